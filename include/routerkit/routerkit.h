@@ -1,0 +1,17 @@
+/* Everything the library offers. */
+#ifndef ROUTERKIT_ROUTERKIT_H
+#define ROUTERKIT_ROUTERKIT_H
+
+#include <routerkit/clocks.h>
+#include <routerkit/conversions.h>
+#include <routerkit/dns.h>
+#include <routerkit/export.h>
+#include <routerkit/files.h>
+#include <routerkit/link-layer.h>
+#include <routerkit/ping.h>
+#include <routerkit/routes.h>
+#include <routerkit/sockets.h>
+#include <routerkit/strings.h>
+#include <routerkit/wan.h>
+
+#endif

@@ -1,0 +1,69 @@
+// Integers in wire order at any alignment, on any processor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace rk {
+
+inline uint16_t load_be16(const uint8_t *bytes) {
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+inline uint32_t load_be32(const uint8_t *bytes) {
+    return static_cast<uint32_t>(load_be16(bytes)) << 16 | load_be16(bytes + 2);
+}
+
+inline void store_be16(uint8_t *bytes, uint16_t value) {
+    bytes[0] = static_cast<uint8_t>(value >> 8);
+    bytes[1] = static_cast<uint8_t>(value);
+}
+
+inline void store_be32(uint8_t *bytes, uint32_t value) {
+    store_be16(bytes, static_cast<uint16_t>(value >> 16));
+    store_be16(bytes + 2, static_cast<uint16_t>(value));
+}
+
+// Walks a received message. A read past the end fails, and everything after it fails too, so a
+// record can be read field by field and judged once.
+class ByteReader {
+  public:
+    ByteReader(const uint8_t *bytes, size_t size) : bytes_(bytes), size_(size) {}
+
+    [[nodiscard]] bool ok() const { return ok_; }
+    [[nodiscard]] size_t position() const { return position_; }
+    [[nodiscard]] size_t left() const { return ok_ ? size_ - position_ : 0; }
+
+    // The next `count` bytes, stepped over; null when fewer are left.
+    const uint8_t *take(size_t count) {
+        ok_ = ok_ && count <= size_ - position_;
+        if (!ok_) {
+            return nullptr;
+        }
+        position_ += count;
+        return bytes_ + position_ - count;
+    }
+
+    uint8_t u8() {
+        const uint8_t *field = take(1);
+        return field != nullptr ? *field : uint8_t{0};
+    }
+
+    uint16_t be16() {
+        const uint8_t *field = take(2);
+        return field != nullptr ? load_be16(field) : uint16_t{0};
+    }
+
+    uint32_t be32() {
+        const uint8_t *field = take(4);
+        return field != nullptr ? load_be32(field) : 0;
+    }
+
+  private:
+    const uint8_t *bytes_;
+    size_t size_;
+    size_t position_ = 0;
+    bool ok_ = true;
+};
+
+} // namespace rk

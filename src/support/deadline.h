@@ -1,0 +1,30 @@
+// One time limit for several waits.
+#pragma once
+
+#include <cstdint>
+
+#include <routerkit/clocks.h>
+
+namespace rk {
+
+// An absolute time on the scale of uptime_getms, which wraps every 2^32 ms. Differences are signed,
+// so a deadline is right across the wrap and may lie up to 2^31 ms ahead.
+class Deadline {
+  public:
+    explicit Deadline(uint32_t time) : time_(time) {}
+
+    static Deadline in(uint32_t milliseconds) {
+        uint32_t bounded = milliseconds < INT32_MAX ? milliseconds : uint32_t{INT32_MAX};
+        return Deadline(uptime_getms() + bounded);
+    }
+
+    [[nodiscard]] uint32_t time() const { return time_; }
+
+    // Milliseconds left; negative once the deadline has passed.
+    [[nodiscard]] int32_t left() const { return static_cast<int32_t>(time_ - uptime_getms()); }
+
+  private:
+    uint32_t time_;
+};
+
+} // namespace rk

@@ -1,0 +1,68 @@
+// Owners of what must be given back: descriptors and heap blocks. All of them keep errno while they
+// clean up, so that a failure can be returned straight from the middle of a function.
+#pragma once
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include "support/errno.h"
+
+namespace rk {
+
+class UniqueFd {
+  public:
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+
+    explicit operator bool() const { return fd_ >= 0; }
+    [[nodiscard]] int get() const { return fd_; }
+
+    // Hands the descriptor over; the caller closes it.
+    [[nodiscard]] int release() {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+
+    void reset() {
+        if (fd_ >= 0) {
+            ErrnoSaver keep;
+            ::close(fd_);
+            fd_ = -1;
+        }
+    }
+
+  private:
+    int fd_;
+};
+
+// A block from malloc, or null.
+template <typename T>
+class MallocPtr {
+  public:
+    explicit MallocPtr(T *block) : block_(block) {}
+    ~MallocPtr() {
+        ErrnoSaver keep;
+        std::free(block_);
+    }
+    MallocPtr(const MallocPtr &) = delete;
+    MallocPtr &operator=(const MallocPtr &) = delete;
+
+    explicit operator bool() const { return block_ != nullptr; }
+    [[nodiscard]] T *get() const { return block_; }
+
+    // Hands the block over; the caller frees it.
+    [[nodiscard]] T *release() {
+        T *block = block_;
+        block_ = nullptr;
+        return block;
+    }
+
+  private:
+    T *block_;
+};
+
+} // namespace rk

@@ -1,0 +1,71 @@
+// Socket steps that several network families share.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "support/owning.h"
+
+namespace rk {
+
+// An IPv4 endpoint; the address in integer form, the port as a number.
+inline sockaddr_in inet_endpoint(uint32_t address, uint16_t port) {
+    sockaddr_in endpoint = {};
+    endpoint.sin_family = AF_INET;
+    endpoint.sin_port = htons(port);
+    endpoint.sin_addr.s_addr = htonl(address);
+    return endpoint;
+}
+
+inline const sockaddr *as_sockaddr(const sockaddr_in &endpoint) {
+    return reinterpret_cast<const sockaddr *>(&endpoint);
+}
+
+// Makes a socket use one interface only; the name goes to the kernel with its NUL.
+inline int bind_to_device(int fd, const char *ifname) {
+    return ::setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, ifname,
+                        static_cast<socklen_t>(std::strlen(ifname) + 1));
+}
+
+// A throw-away socket that only carries an ioctl to the network code.
+class ControlSocket : public UniqueFd {
+  public:
+    explicit ControlSocket(int type = SOCK_DGRAM)
+        : UniqueFd(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {}
+};
+
+// One interface's request to the kernel or its driver (struct ifreq of <net/if.h>).
+class IfRequest {
+  public:
+    // A name of more than 15 characters names no interface: every run fails with ENODEV.
+    explicit IfRequest(const char *ifname) : IfRequest(ifname, std::strlen(ifname)) {}
+
+    // Takes the first 15 characters of a longer name.
+    static IfRequest cut(const char *ifname) { return {ifname, strnlen(ifname, IFNAMSIZ - 1)}; }
+
+    [[nodiscard]] ifreq &record() { return record_; }
+    [[nodiscard]] const ifreq &record() const { return record_; }
+
+    // The ioctl's own result, negative on failure.
+    int run(const ControlSocket &control, unsigned long request) {
+        return valid_ ? ::ioctl(control.get(), request, &record_) : fail(ENODEV);
+    }
+
+  private:
+    IfRequest(const char *ifname, size_t length) : valid_(length < IFNAMSIZ) {
+        if (valid_) {
+            std::memcpy(record_.ifr_name, ifname, length);
+        }
+    }
+
+    ifreq record_ = {};
+    bool valid_;
+};
+
+} // namespace rk

@@ -1,0 +1,31 @@
+#include <routerkit/wan.h>
+
+const char _WAN_IDX_FILE[] = "index";
+const char _WAN_PARENT_FILE[] = "parent";
+const char _WAN_GW_FILE[] = "gateway";
+const char _WAN_IP_FILE[] = "ip";
+const char _WAN_VLAN_FILE[] = "vlan";
+const char _WAN_ROUTES_FILE[] = "routes";
+const char _WAN_RESOLV_FILE[] = "resolv.conf";
+const char _WAN_RESOLV6_FILE[] = "resolv6.conf";
+const char _WAN_PHY_IFACE_FILE[] = "phy_iface";
+const char _WAN_ETH_IFACE_FILE[] = "eth_iface";
+const char _WAN_CON_IFACE_FILE[] = "con_iface";
+const char _WAN_IFACE_IDX_FILE[] = "iface_index";
+const char _WAN_STATUS_FILE[] = "status";
+const char _WAN_TYPE_FILE[] = "type";
+const char _WAN_PURPOSE_FILE[] = "purpose";
+const char _WAN_MODEM_FILE[] = "modem";
+const char _WAN_ENABLED_FILE[] = "enabled";
+const char _WAN_INET_FILE[] = "inet";
+const char _WAN_CLEANING_FILE[] = ".cleaning";
+const char _WAN_PAP_FILE[] = "pap-secrets";
+const char _WAN_CHAP_FILE[] = "chap-secrets";
+const char _WAN_PPP_OPTIONS_FILE[] = "ppp-options";
+const char _WAN_PPP_LINK_FILE[] = "ppp-link";
+const char _WAN_L2TP_CONFIG_FILE[] = "l2tp.conf";
+const char _WAN_L2TP_CTRL_FILE[] = "l2tp.ctrl";
+const char _WAN_L2TP_SERVER_IP_FILE[] = "l2tp-server.ip";
+const char _LAN_IFACES_FILE[] = "lan_ifaces";
+const char _WAN_IPV6_ORIGIN_FILE[] = "ipv6_origin";
+const char _WAN_IPV6_ENABLED_FILE[] = "ipv6_enabled";

@@ -1,0 +1,153 @@
+// What the tests share: captured log lines, a census of descriptors and children, signal storms,
+// guarded memory, and other hosts on a small private network.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/types.h>
+
+namespace lab {
+
+// --- The system log ---
+
+// Binds /dev/log; called once by the test program's main.
+void open_log();
+
+// The lines logged since the last call, each as "priority: text", for example "err: socket: ...".
+std::vector<std::string> take_log();
+
+// --- Files and commands ---
+
+void put(const std::string &path, std::string_view content); // makes the folders too
+std::string get(const std::string &path);                    // "" where there is none
+bool exists(const std::string &path);
+
+// Runs a shell command that has to succeed; returns what it printed.
+std::string sh(const std::string &command);
+
+// --- Leaks ---
+
+size_t open_descriptors();
+
+// Everything that its scope opened must be closed and every child reaped when the scope ends.
+class Census {
+  public:
+    Census();
+    ~Census();
+    Census(const Census &) = delete;
+    Census &operator=(const Census &) = delete;
+
+  private:
+    size_t descriptors_;
+    std::string children_;
+};
+
+// EXPECT_THAT(call(), FailsWith(-1, ENOENT)): the result and errno in one assertion.
+MATCHER_P2(FailsWith, result, error, "") {
+    int seen = errno;
+    *result_listener << "errno " << seen;
+    return arg == result && seen == error;
+}
+
+// --- Bad moments ---
+
+// Interrupts the process every few milliseconds while it lives (SIGALRM, calls are not restarted).
+class SignalStorm {
+  public:
+    explicit SignalStorm(int milliseconds = 3);
+    ~SignalStorm();
+    SignalStorm(const SignalStorm &) = delete;
+    SignalStorm &operator=(const SignalStorm &) = delete;
+
+    static int count(); // signals since the storm began
+};
+
+// Milliseconds that a call took.
+int64_t elapsed_ms(const std::function<void()> &call);
+
+// Asks again every few milliseconds until the answer is yes or the time is up; returns the answer.
+bool wait_until(const std::function<bool()> &ready, int milliseconds = 5000);
+
+// --- Memory ---
+
+// A copy of some bytes that ends right before an unreadable page, so that any read past it faults.
+class Fenced {
+  public:
+    explicit Fenced(std::string_view bytes);
+    ~Fenced();
+    Fenced(const Fenced &) = delete;
+    Fenced &operator=(const Fenced &) = delete;
+
+    char *data() { return data_; }
+    size_t size() const { return size_; }
+
+  private:
+    char *data_;
+    size_t size_;
+    void *pages_;
+    size_t pages_size_;
+};
+
+// --- Other processes and hosts ---
+
+// A program in the background, started through the shell, ended (by pid) with its scope.
+class Background {
+  public:
+    explicit Background(const std::string &command);
+    ~Background();
+    Background(const Background &) = delete;
+    Background &operator=(const Background &) = delete;
+
+    pid_t pid() const { return pid_; }
+    void stop();
+
+  private:
+    pid_t pid_;
+};
+
+// Another host in a network namespace of its own, joined to ours by one cable:
+//     Host provider("isp", "eth1", "10.1.0.2/24", "10.1.0.1/24");
+// gives us eth1 with 10.1.0.2/24 and the host an interface "up0" with 10.1.0.1/24.
+class Host {
+  public:
+    Host(const std::string &name, const std::string &our_ifname, const std::string &our_address,
+         const std::string &its_address);
+    ~Host();
+    Host(const Host &) = delete;
+    Host &operator=(const Host &) = delete;
+
+    // The command as one that runs there; for sh() and Background.
+    std::string command(const std::string &text) const;
+
+    // Calls a function there, in a child process, and returns its result; 100 or more for a crash.
+    int call(const std::function<int()> &function) const;
+
+    // Starts a function there, in a child process that ends with the returned owner.
+    class Child {
+      public:
+        explicit Child(pid_t pid) : pid_(pid) {}
+        ~Child();
+        Child(const Child &) = delete;
+        Child &operator=(const Child &) = delete;
+
+      private:
+        pid_t pid_;
+    };
+    Child start(const std::function<int()> &function) const;
+
+  private:
+    pid_t fork_there(const std::function<int()> &function) const;
+
+    std::string name_;
+};
+
+} // namespace lab
