@@ -8,41 +8,39 @@
 #include <routerkit/strings.h>
 
 #include "support/errno.h"
-#include "wan/paths.h"
+#include "wan/wan_file.h"
 
+using rk::kIfNameText;
+using rk::kLastWanIndex;
 using rk::WanFile;
 using rk::WanFolderName;
 
 namespace {
 
-constexpr unsigned kLastIndex = 8;
-constexpr int kTypePppoe = 3;
-constexpr size_t kShortText = 20; // interface names and addresses: 19 characters are read
-constexpr size_t kDeviceName = 32;
+constexpr size_t kLongestName = 32; // how much of a name GET_REAL_IFNAME looks at
 
 constexpr const char *kModemIface = "/tmp/modem-iface";
 
 // One getter's slots: the last name read of each index.
-using NameSlots = char[kLastIndex + 1][24];
+using NameSlots = char[kLastWanIndex + 1][24];
 constinit NameSlots phy_names;
 constinit NameSlots eth_names;
 constinit NameSlots con_names;
 
 int read_number(unsigned index, const char *name) {
-    return static_cast<int>(readNumFromFile(WanFile(index, name).path()));
+    return static_cast<int>(WanFile(index, name).number());
 }
 
 int read_count(unsigned index, const char *name) {
-    int number = read_number(index, name);
-    return number < 0 ? 0 : number;
+    return static_cast<int>(WanFile(index, name).count());
 }
 
-int read_text(unsigned index, const char *name, char *buffer, size_t size) {
-    return readStrFromFile(WanFile(index, name).path(), buffer, size);
+int read_name(unsigned index, const char *name, char *buffer) {
+    return WanFile(index, name).text(buffer, kIfNameText);
 }
 
 char *read_to_slot(unsigned index, const char *name, NameSlots &slots) {
-    if (index > kLastIndex || read_text(index, name, slots[index], kShortText) < 0) {
+    if (index > kLastWanIndex || read_name(index, name, slots[index]) < 0) {
         return nullptr;
     }
     return slots[index];
@@ -100,8 +98,8 @@ int serviceListToAppType(int services) {
 }
 
 uint32_t wan_getIP(unsigned index, int *prefix) {
-    char text[kShortText];
-    if (read_text(index, _WAN_IP_FILE, text, sizeof text) < 0) {
+    char text[kIfNameText];
+    if (read_name(index, _WAN_IP_FILE, text) < 0) {
         return 0;
     }
     const char *slash = std::strchr(text, '/');
@@ -112,8 +110,8 @@ uint32_t wan_getIP(unsigned index, int *prefix) {
 }
 
 uint32_t wan_getGateway(unsigned index) {
-    char text[kShortText];
-    return read_text(index, _WAN_GW_FILE, text, sizeof text) < 0 ? 0 : ipv4_atoi(text);
+    char text[kIfNameText];
+    return read_name(index, _WAN_GW_FILE, text) < 0 ? 0 : ipv4_atoi(text);
 }
 
 char *wan_getPhyIface(unsigned index) {
@@ -129,20 +127,20 @@ char *wan_getConIface(unsigned index) {
 }
 
 int wan_getPhyIfName(unsigned index, char *buffer) {
-    return read_text(index, _WAN_PHY_IFACE_FILE, buffer, kShortText);
+    return read_name(index, _WAN_PHY_IFACE_FILE, buffer);
 }
 
 int wan_getEthIfName(unsigned index, char *buffer) {
-    return read_text(index, _WAN_ETH_IFACE_FILE, buffer, kShortText);
+    return read_name(index, _WAN_ETH_IFACE_FILE, buffer);
 }
 
 int wan_getConIfName(unsigned index, char *buffer) {
-    return read_text(index, _WAN_CON_IFACE_FILE, buffer, kShortText);
+    return read_name(index, _WAN_CON_IFACE_FILE, buffer);
 }
 
 int getWanIfName(unsigned index, char *buffer, size_t size) {
     return buffer == nullptr ? rk::fail(EINVAL)
-                             : read_text(index, _WAN_ETH_IFACE_FILE, buffer, size);
+                             : WanFile(index, _WAN_ETH_IFACE_FILE).text(buffer, size);
 }
 
 int wan_getModemIface(char *buffer, size_t size) {
@@ -162,8 +160,8 @@ int wan_isEnabled(unsigned index) {
 }
 
 int wan_getIdxByIface(const char *name) {
-    for (unsigned index = 1; name != nullptr && index <= kLastIndex; ++index) {
-        char text[kShortText];
+    for (unsigned index = 1; name != nullptr && index <= kLastWanIndex; ++index) {
+        char text[kIfNameText];
         if (wan_getConIfName(index, text) >= 0 && std::strcmp(text, name) == 0) {
             return static_cast<int>(index);
         }
@@ -175,7 +173,7 @@ int GET_REAL_IFNAME(char *name) {
     if (name == nullptr) {
         return 0;
     }
-    void *dot = std::memchr(name, '.', strnlen(name, kDeviceName));
+    void *dot = std::memchr(name, '.', strnlen(name, kLongestName));
     if (dot == nullptr) {
         return 0;
     }
@@ -186,8 +184,8 @@ int GET_REAL_IFNAME(char *name) {
 void wan_getMagicConIfName() {}
 
 const char *wan_getMagicConIfNameForStatistics(unsigned index) {
-    for (unsigned pppoe = 1; pppoe <= kLastIndex; ++pppoe) {
-        if (wan_getType(pppoe) == kTypePppoe) {
+    for (unsigned pppoe = 1; pppoe <= kLastWanIndex; ++pppoe) {
+        if (wan_getType(pppoe) == rk::kTypePppoe) {
             return wan_isDefault(static_cast<int>(index)) != 0 ? "eth1" : wan_getConIface(pppoe);
         }
     }

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "support/errno.h"
-#include "wan/paths.h"
+#include "wan/wan_file.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr int kTr069 = 255;
 
 class LinkPath {
   public:
-    explicit LinkPath(const char *name) { path_.append(rk::kWanRoot).append('/').append(name); }
+    explicit LinkPath(const char *name) { path_.append(rk::kWanRoot).append(name); }
 
     [[nodiscard]] bool fits() const { return !path_.cut(); }
     [[nodiscard]] const char *c_str() const { return path_.c_str(); }

@@ -1,0 +1,109 @@
+#include <routerkit/wan.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include <routerkit/conversions.h>
+#include <routerkit/files.h>
+#include <routerkit/routes.h>
+
+#include "support/lines.h"
+#include "support/owning.h"
+#include "wan/wan_file.h"
+
+using rk::WanFile;
+
+namespace {
+
+constexpr size_t kLineRoom = 36; // "255.255.255.255/32-255.255.255.255" and a newline
+
+static_assert(sizeof(wan_route_t) == 12, "host programs pass arrays of them");
+
+void append_route(rk::TextWriter &text, const wan_route_t &route) {
+    char address[16];
+    ipv4_itostr(address, route.destination);
+    text.append(address).append('/').append_decimal(static_cast<long>(ipv4_itow(route.mask)));
+    ipv4_itostr(address, route.gateway);
+    text.append('-').append(address).append('\n');
+}
+
+// The place behind the first `character` of a line; null if the line has none.
+const char *behind(std::string_view line, char character) {
+    const void *found = std::memchr(line.data(), character, line.size());
+    return found != nullptr ? static_cast<const char *>(found) + 1 : nullptr;
+}
+
+// Numbers may begin with white space, a newline too: what ends in a later line is not this line's.
+uint32_t address_in(std::string_view line, const char *at) {
+    uint8_t octets[4];
+    const char *end = at != nullptr ? ipv4_aton(octets, at) : nullptr;
+    return end != nullptr && end <= line.data() + line.size() ? ipv4_ntoi(octets) : 0;
+}
+
+uint32_t mask_in(std::string_view line, const char *at) {
+    char *end = nullptr;
+    long width = at != nullptr ? std::strtol(at, &end, 10) : 0;
+    return end != nullptr && end <= line.data() + line.size()
+               ? ipv4_wtoi(static_cast<unsigned>(width))
+               : 0;
+}
+
+using RouteChange = int (*)(uint32_t destination, uint32_t mask, uint32_t gateway,
+                            const char *ifname);
+
+int change_routes(RouteChange change, unsigned index, const wan_route_t *routes, size_t count) {
+    char ifname[rk::kIfNameText];
+    if (wan_getConIfName(index, ifname) < 0) {
+        return -1;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        change(routes[i].destination, routes[i].mask, routes[i].gateway, ifname);
+    }
+    return 0;
+}
+
+} // namespace
+
+int wan_writeRoutes(unsigned index, const wan_route_t *routes, size_t count) {
+    if (count > (INT_MAX - 1) / kLineRoom) {
+        return rk::fail(EOVERFLOW);
+    }
+    size_t size = kLineRoom * count + 1;
+    rk::MallocPtr<char> block(static_cast<char *>(std::malloc(size)));
+    if (!block) {
+        return -1;
+    }
+    rk::TextWriter text(block.get(), size);
+    for (size_t i = 0; i < count; ++i) {
+        append_route(text, routes[i]);
+    }
+    return writeStrToFile(WanFile(index, _WAN_ROUTES_FILE).path(), text.c_str());
+}
+
+int wan_readRoutes(unsigned index, wan_route_t *routes, size_t capacity) {
+    rk::MallocPtr<char> text(loadFile(WanFile(index, _WAN_ROUTES_FILE).path(), nullptr));
+    return text ? wan_parseRoutes(routes, capacity, text.get()) : -1;
+}
+
+int wan_parseRoutes(wan_route_t *routes, size_t capacity, const char *text) {
+    size_t count = 0;
+    for (rk::Lines lines(text); count < capacity && lines.next();) {
+        std::string_view line = lines.line();
+        if (line.empty()) {
+            continue;
+        }
+        routes[count++] = {address_in(line, line.data()), mask_in(line, behind(line, '/')),
+                           address_in(line, behind(line, '-'))};
+    }
+    return static_cast<int>(count);
+}
+
+int wan_addRoutes(unsigned index, const wan_route_t *routes, size_t count) {
+    return change_routes(route_add, index, routes, count);
+}
+
+int wan_delRoutes(unsigned index, const wan_route_t *routes, size_t count) {
+    return change_routes(route_del, index, routes, count);
+}
