@@ -96,9 +96,10 @@ void oend(str_span_t *text, int character) {
 }
 
 char *str_putstr(char *destination, const char *text) {
-    size_t length = std::strlen(text);
-    std::memcpy(destination, text, length);
-    return destination + length;
+    while (*text != '\0') {
+        *destination++ = *text++;
+    }
+    return destination;
 }
 
 char *str_putint(char *destination, int number) {

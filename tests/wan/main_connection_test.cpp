@@ -1,0 +1,267 @@
+#include <routerkit/wan.h>
+
+#include <sys/syscall.h>
+
+#include "support/lab.h"
+#include "support/syscalls.h"
+
+using lab::FailsWith;
+using lab::get;
+using lab::put;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::string default_route() {
+    return lab::sh("ip route show default");
+}
+
+std::string attribute(int index, const char *name) {
+    return "/var/wan/" + std::to_string(index) + "/" + name;
+}
+
+// Three connections on links of their own: WAN1 on eth1, WAN2 on ppp0 above it, WAN3 on the modem.
+class MainConnection : public testing::Test {
+  protected:
+    void SetUp() override {
+        const char *ifnames[] = {"eth1", "ppp0", "usb0"};
+        for (int i = 1; i <= 3; ++i) {
+            std::string ifname = ifnames[i - 1];
+            std::string net = "10." + std::to_string(i) + ".0.";
+            lab::sh("ip link add " + ifname + " type veth peer name far" + std::to_string(i) +
+                    " && ip link set far" + std::to_string(i) + " up && ip addr add " + net +
+                    "2/24 dev " + ifname + " && ip link set " + ifname + " up");
+            put(attribute(i, "con_iface"), ifname);
+            put(attribute(i, "gateway"), net + "1");
+            put(attribute(i, "resolv.conf"), "nameserver " + net + "1\n");
+            put(attribute(i, "inet"), "");
+            set_status(i, 1);
+        }
+        put(attribute(2, "parent"), "1\n");
+        put(attribute(3, "modem"), "1");
+        wan_link(2, "default");
+        put("/var/resolv.conf", "old\n");
+        lab::take_log();
+    }
+
+    static void set_status(int index, int code) {
+        wan_updateIfStatus(static_cast<unsigned>(index), code);
+    }
+};
+
+TEST_F(MainConnection, FallsBackToTheParentThenTheModemThenNone) {
+    lab::Census census;
+    wan_setLinkFlag(1);
+    set_status(1, 20);
+    set_status(2, 20);
+    EXPECT_EQ(wan_updateDefaultConnection(), 0);
+    EXPECT_THAT(lab::take_log(), ElementsAre("info: Now main connection is WAN2",
+                                             "info: default route: 10.2.0.1 dev ppp0"));
+    EXPECT_EQ(default_route(), "default via 10.2.0.1 dev ppp0 \n");
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 10.2.0.1\n");
+    EXPECT_EQ(wan_readLink("active"), 2);
+
+    put("/var/resolv.conf", "untouched");
+    wan_updateDefaultConnection();
+    EXPECT_THAT(lab::take_log(), ElementsAre("info: Now main connection is WAN2"));
+    EXPECT_EQ(get("/var/resolv.conf"), "untouched");
+
+    set_status(2, 99);
+    set_status(1, 11);
+    wan_updateDefaultConnection();
+    EXPECT_THAT(lab::take_log(), ElementsAre("info: Now main connection is WAN1",
+                                             "info: default route: 10.1.0.1 dev eth1"));
+    EXPECT_EQ(default_route(), "default via 10.1.0.1 dev eth1 \n");
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 10.1.0.1\n");
+
+    wan_setLinkFlag(0);
+    put("/tmp/modem-iface", "usb0");
+    wan_link(3, "modem");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(default_route(), "default via 10.3.0.1 dev usb0 \n");
+    EXPECT_EQ(wan_readLink("active"), 3);
+    lab::take_log();
+
+    wan_link(-1, "modem");
+    wan_updateDefaultConnection();
+    EXPECT_THAT(lab::take_log(), ElementsAre("info: Now has not main connection",
+                                             "info: default route: deleted (was 10.3.0.1)"));
+    EXPECT_EQ(default_route(), "");
+    EXPECT_EQ(get("/var/resolv.conf"), "");
+    EXPECT_EQ(lab::sh("readlink /var/wan/active"), "default\n");
+}
+
+// What the walk from the default connection through its parents ends at.
+TEST_F(MainConnection, WalksAtMostEightSteps) {
+    wan_setLinkFlag(1);
+    for (int i = 1; i <= 8; ++i) {
+        lab::sh("mkdir -p /var/wan/" + std::to_string(i));
+        put(attribute(i, "parent"), std::to_string(i % 8 + 1));
+        set_status(i, 10);
+    }
+    wan_link(1, "default");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 1) << "a ring: the eighth step is back where it began";
+    set_status(8, 20);
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 8);
+    for (const char *parent : {"0", "9", "-1", "junk", ""}) {
+        put(attribute(4, "parent"), parent);
+        wan_updateDefaultConnection();
+        EXPECT_EQ(wan_readLink("active"), 0) << parent;
+    }
+    lab::sh("rm /var/wan/4/parent");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 0);
+}
+
+TEST_F(MainConnection, NeedsALinkToStartFrom) {
+    set_status(2, 20);
+    wan_link(2, "active");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 0) << "no wired Internet, no modem";
+    put("/tmp/modem-iface", "usb0");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 0) << "no modem link";
+    wan_link(0, "modem");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 0) << "a modem link that names none";
+    wan_setLinkFlag(1);
+    wan_link(-1, "default");
+    wan_updateDefaultConnection();
+    EXPECT_EQ(wan_readLink("active"), 0) << "no default link, whatever the modem does";
+}
+
+TEST_F(MainConnection, NoChangeMakesNoCallBeyondItsSteps) {
+    wan_setLinkFlag(1);
+    set_status(2, 20);
+    wan_updateDefaultConnection();
+    // The modem flag, the link flag, the default link, the status, the verdict's line in the log, the
+    // active link.
+    EXPECT_THAT(lab::system_calls([] { wan_updateDefaultConnection(); }),
+                ElementsAre(SYS_newfstatat, SYS_newfstatat, SYS_readlink, SYS_openat, SYS_read,
+                            SYS_close, SYS_sendto, SYS_readlink));
+}
+
+TEST_F(MainConnection, RouteFollowsTheGateway) {
+    struct Case {
+        const char *before; // the default route
+        unsigned index;
+        const char *gateway; // of that connection; null for none
+        const char *after;
+        std::vector<std::string> log;
+    };
+    const Case cases[] = {
+        {"", 0, nullptr, "", {"info: default route: no active connection"}},
+        {"via 10.1.0.1", 0, nullptr, "", {"info: default route: deleted (was 10.1.0.1)"}},
+        {"via 10.1.0.1",
+         1,
+         "10.1.0.1",
+         "default via 10.1.0.1 dev eth1 \n",
+         {"info: default route hasn't changed (10.1.0.1)"}},
+        {"via 10.1.0.1 dev eth1",
+         2,
+         "10.2.0.1",
+         "default via 10.2.0.1 dev ppp0 \n",
+         {"info: default route: 10.2.0.1 dev ppp0"}},
+        {"",
+         2,
+         "10.2.0.1",
+         "default via 10.2.0.1 dev ppp0 \n",
+         {"info: default route: 10.2.0.1 dev ppp0"}},
+        {"via 10.1.0.1",
+         2,
+         nullptr,
+         "",
+         {"info: default route: deleted (was 10.1.0.1)", "info: default route: nothing"}},
+        {"", 2, nullptr, "", {"info: default route: nothing"}},
+        {"",
+         2,
+         "10.77.0.1",
+         "",
+         {"info: default route: 10.77.0.1 dev ppp0"}}, // refused by the kernel
+    };
+    for (const Case &one : cases) {
+        SCOPED_TRACE(one.log.front());
+        lab::sh("ip route flush exact 0.0.0.0/0");
+        if (*one.before != '\0') {
+            lab::sh(std::string("ip route add default ") + one.before);
+        }
+        lab::sh("rm -f /var/wan/?/gateway");
+        if (one.gateway != nullptr) {
+            put(attribute(static_cast<int>(one.index), "gateway"), one.gateway);
+        }
+        EXPECT_EQ(wan_updateActiveRoute(one.index), 0);
+        EXPECT_EQ(default_route(), one.after);
+        EXPECT_EQ(lab::take_log(), one.log);
+    }
+}
+
+TEST_F(MainConnection, WithoutAnInterfaceNameTheKernelChooses) {
+    lab::sh("rm /var/wan/2/con_iface");
+    wan_updateActiveRoute(2);
+    EXPECT_EQ(default_route(), "default via 10.2.0.1 dev ppp0 \n");
+    EXPECT_THAT(lab::take_log(), ElementsAre("info: default route: 10.2.0.1 dev any"));
+}
+
+TEST_F(MainConnection, WiredInternetNeedsAWiredGateway) {
+    EXPECT_EQ(wan_hasWiredInetIP(), 1);
+    lab::sh("rm /var/wan/2/gateway");
+    EXPECT_EQ(wan_hasWiredInetIP(), 0);
+    put(attribute(2, "gateway"), "10.2.0.1");
+    lab::sh("rm /var/wan/2/inet");
+    EXPECT_EQ(wan_hasWiredInetIP(), 0);
+    wan_link(3, "default");
+    EXPECT_EQ(wan_hasWiredInetIP(), 0) << "a modem";
+    wan_link(1, "default");
+    EXPECT_EQ(wan_hasWiredInetIP(), 1);
+    wan_link(0, "default");
+    EXPECT_EQ(wan_hasWiredInetIP(), 0);
+    wan_link(-1, "default");
+    EXPECT_EQ(wan_hasWiredInetIP(), 0);
+}
+
+TEST_F(MainConnection, NameServersFollow) {
+    lab::Census census;
+    EXPECT_EQ(wan_setDNSServer(0x08080808), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 8.8.8.8\n");
+    EXPECT_EQ(wan_setDNSServer(0), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "");
+
+    const uint32_t servers[] = {0x0a020001, 0, 0x0a020002};
+    EXPECT_EQ(wan_writeWanResolvConf(2, servers, 3), 40);
+    uint32_t back[3] = {};
+    EXPECT_EQ(wan_readWanResolvConf(2, back, 3), 2);
+    EXPECT_EQ(back[1], 0x0a020002U);
+    EXPECT_EQ(wan_updateActiveDNS(2), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 10.2.0.1\nnameserver 10.2.0.2\n");
+
+    lab::sh("rm /var/wan/1/resolv.conf");
+    lab::take_log();
+    EXPECT_THAT(wan_updateActiveDNS(1), FailsWith(-1, ENOENT));
+    EXPECT_THAT(lab::take_log(),
+                ElementsAre("err: fail to read WAN1 resolv.conf: No such file or directory"));
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 10.2.0.1\nnameserver 10.2.0.2\n");
+    put(attribute(1, "resolv.conf"), std::string(3000, '#'));
+    EXPECT_EQ(wan_updateActiveDNS(1), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), std::string(2047, '#'));
+    EXPECT_EQ(wan_updateActiveDNS(0), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "");
+
+    EXPECT_EQ(wan_updateDefaultDNS(1), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "") << "without an active link nothing happens";
+    wan_link(2, "active");
+    EXPECT_EQ(wan_updateDefaultDNS(2), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "");
+    EXPECT_EQ(wan_updateDefaultDNS(1), 0);
+    EXPECT_EQ(get("/var/resolv.conf"), "nameserver 10.2.0.1\nnameserver 10.2.0.2\n");
+    EXPECT_THAT(lab::take_log(), IsEmpty());
+
+    lab::sh("rm /var/resolv.conf && mkdir /var/resolv.conf");
+    EXPECT_THAT(wan_updateActiveDNS(2), FailsWith(-1, EISDIR));
+    EXPECT_THAT(wan_updateActiveDNS(0), FailsWith(-1, EISDIR));
+    EXPECT_THAT(wan_setDNSServer(1), FailsWith(-1, EISDIR));
+}
+
+} // namespace
