@@ -34,6 +34,12 @@ class ByteReader {
     [[nodiscard]] size_t position() const { return position_; }
     [[nodiscard]] size_t left() const { return ok_ ? size_ - position_ : 0; }
 
+    // Goes on reading at another place of the message.
+    void seek(size_t position) {
+        ok_ = ok_ && position <= size_;
+        position_ = ok_ ? position : position_;
+    }
+
     // The next `count` bytes, stepped over; null when fewer are left.
     const uint8_t *take(size_t count) {
         ok_ = ok_ && count <= size_ - position_;

@@ -27,10 +27,13 @@ inline const sockaddr *as_sockaddr(const sockaddr_in &endpoint) {
     return reinterpret_cast<const sockaddr *>(&endpoint);
 }
 
-// Makes a socket use one interface only; the name goes to the kernel with its NUL.
+// Makes a socket use one interface only; the name goes to the kernel with its NUL. The kernel would
+// cut a longer name to 15 characters and take another interface: such a name is ENODEV here.
 inline int bind_to_device(int fd, const char *ifname) {
-    return ::setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, ifname,
-                        static_cast<socklen_t>(std::strlen(ifname) + 1));
+    size_t length = std::strlen(ifname);
+    return length < IFNAMSIZ ? ::setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, ifname,
+                                            static_cast<socklen_t>(length + 1))
+                             : fail(ENODEV);
 }
 
 // A throw-away socket that only carries an ioctl to the network code.

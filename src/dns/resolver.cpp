@@ -1,0 +1,154 @@
+#include <routerkit/dns.h>
+
+#include <algorithm>
+#include <span>
+
+#include <routerkit/conversions.h>
+#include <routerkit/sockets.h>
+
+#include "dns/message.h"
+#include "support/deadline.h"
+#include "support/socket.h"
+
+using rk::Deadline;
+using rk::fail;
+using rk::retry_eintr;
+using rk::UniqueFd;
+
+namespace {
+
+constexpr uint16_t kDnsPort = 53;
+constexpr unsigned kMostServers = 3;
+constexpr int kPasses = 3;
+constexpr uint32_t kDefaultTimeoutMs = 10000;
+constexpr uint32_t kInTurnTimeoutMs = 2000;
+
+constexpr int kUselessReply = -2;
+
+// The caller's room for addresses.
+struct Results {
+    uint32_t *addrs;
+    unsigned max;
+};
+
+// One query, and whom to ask from which socket.
+struct Exchange {
+    int fd;
+    std::span<const uint32_t> servers;
+    std::span<const uint8_t> query;
+    Results results;
+
+    [[nodiscard]] bool send_to(uint32_t server) const {
+        sockaddr_in endpoint = rk::inet_endpoint(server, kDnsPort);
+        return retry_eintr([&] {
+                   return ::sendto(fd, query.data(), query.size(), MSG_NOSIGNAL,
+                                   rk::as_sockaddr(endpoint), sizeof endpoint);
+               }) >= 0;
+    }
+
+    // The number of addresses in the next reply, whoever sent it; kUselessReply; or -1.
+    [[nodiscard]] int receive(Deadline deadline) const {
+        if (poll_sock_recv(fd, deadline.time()) <= 0) {
+            return -1;
+        }
+        uint8_t reply[rk::dns::kMessageSize];
+        ssize_t size = retry_eintr([&] { return ::recv(fd, reply, sizeof reply, 0); });
+        if (size < 0) {
+            return -1;
+        }
+        int count =
+            rk::dns::parse_reply(reply, static_cast<size_t>(size), results.addrs, results.max);
+        return count < 0 ? kUselessReply : count;
+    }
+};
+
+using Ask = int (*)(const Exchange &, Deadline);
+
+int ask_all_at_once(const Exchange &exchange, Deadline deadline) {
+    for (int pass = 0; pass < kPasses; ++pass) {
+        for (uint32_t server : exchange.servers) {
+            if (!exchange.send_to(server)) {
+                return -1;
+            }
+        }
+        for (size_t replies = 0; replies < exchange.servers.size(); ++replies) {
+            int count = exchange.receive(deadline);
+            if (count != kUselessReply) {
+                return count;
+            }
+        }
+    }
+    return fail(ENOENT);
+}
+
+int ask_in_turn(const Exchange &exchange, Deadline deadline) {
+    for (int pass = 0; pass < kPasses; ++pass) {
+        for (uint32_t server : exchange.servers) {
+            if (!exchange.send_to(server)) {
+                continue;
+            }
+            int count = exchange.receive(deadline);
+            if (count != kUselessReply) {
+                return count;
+            }
+        }
+    }
+    return fail(ENOENT);
+}
+
+// The servers that a file names, less those that are 0.
+std::span<const uint32_t> read_servers(const char *path, uint32_t (&servers)[kMostServers]) {
+    int count = dns_readResolvConf(path, servers, kMostServers);
+    return {servers, std::remove(servers, servers + std::max(count, 0), 0U)};
+}
+
+int resolve(const char *ifname, const char *resolv_path, const char *name, Results results, Ask ask,
+            uint32_t timeout_ms) {
+    if (name == nullptr || results.addrs == nullptr) {
+        return fail(EINVAL);
+    }
+    if (ipv4_isip(name) != 0) {
+        if (results.max == 0) {
+            return 0;
+        }
+        results.addrs[0] = ipv4_atoi(name);
+        return 1;
+    }
+    uint8_t query[rk::dns::kMessageSize];
+    size_t length = rk::dns::build_query(query, name);
+    if (length == 0) {
+        return fail(EINVAL);
+    }
+    UniqueFd fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
+        return -1;
+    }
+    uint32_t storage[kMostServers];
+    std::span<const uint32_t> servers = read_servers(resolv_path, storage);
+    if (servers.empty()) {
+        return fail(ENETDOWN);
+    }
+    if (ifname != nullptr && rk::bind_to_device(fd.get(), ifname) != 0) {
+        return -1;
+    }
+    return ask({fd.get(), servers, {query, length}, results}, Deadline::in(timeout_ms));
+}
+
+} // namespace
+
+int dns_resolve_domain(const char *ifname, const char *resolv_path, const char *name,
+                       uint32_t *addrs, unsigned max, unsigned timeout_ms) {
+    return resolve(ifname, resolv_path, name, {addrs, max}, ask_all_at_once,
+                   timeout_ms != 0 ? timeout_ms : kDefaultTimeoutMs);
+}
+
+int dns_gethostsbyname(const char *ifname, const char *resolv_path, const char *name,
+                       uint32_t *addrs, int max) {
+    return resolve(ifname, resolv_path, name, {addrs, static_cast<unsigned>(std::max(max, 0))},
+                   ask_in_turn, kInTurnTimeoutMs);
+}
+
+int dns_gethostbyname(const char *ifname, const char *resolv_path, const char *name,
+                      uint32_t *addr) {
+    return dns_gethostsbyname(ifname, resolv_path, name, addr, 1);
+}
