@@ -4,11 +4,13 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/lab.h"
+#include "support/syscalls.h"
 
 using lab::FailsWith;
 using lab::get;
@@ -210,6 +212,17 @@ TEST(Files, NumbersAndScans) {
     EXPECT_THAT(readFmtFromFile(kNowhere, "%d", &number), FailsWith(-1, ENOENT));
     put("/tmp/f", std::string(2047, ' ') + "7");
     EXPECT_EQ(readFmtFromFile("/tmp/f", "%d", &number), EOF) << "only 2047 bytes are read";
+}
+
+TEST(Files, OneTransferIsThreeSystemCalls) {
+    using testing::ElementsAre;
+    lab::put("/tmp/number", "42\n");
+    EXPECT_THAT(lab::system_calls([] { readNumFromFile("/tmp/number"); }),
+                ElementsAre(SYS_openat, SYS_read, SYS_close));
+    EXPECT_THAT(lab::system_calls([] { writeNumToFile("/tmp/number", 7); }),
+                ElementsAre(SYS_openat, SYS_write, SYS_close));
+    EXPECT_THAT(lab::system_calls([] { readNumFromFile("/tmp/missing"); }),
+                ElementsAre(SYS_openat));
 }
 
 TEST(Files, LoadFileOwnsItsBlock) {

@@ -1,0 +1,16 @@
+// Which system calls a piece of code makes.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+namespace lab {
+
+// The numbers (SYS_read, ...) of the system calls that a function makes, in their order:
+//     EXPECT_THAT(lab::system_calls([] { ... }), testing::ElementsAre(SYS_openat, SYS_read));
+// The function runs in a child process under ptrace: its effects on memory stay there, expectations
+// inside it count for nothing, and processes that it starts are not followed. Call whatever warms
+// up (a first clock reading, a first allocation) beforehand. Fails the test when the child dies.
+std::vector<long> system_calls(const std::function<void()> &function);
+
+} // namespace lab
