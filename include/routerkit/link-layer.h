@@ -16,8 +16,8 @@ ROUTERKIT_BEGIN_DECLS
 
 /* The hardware address of a neighbour, from the ARP table (SIOCGARP).
  *   mac  receives 6 bytes; an incomplete entry gives whatever the kernel reports for it
- *   dev  the interface to look behind; with null the answer is the kernel's own (Linux wants a
- * name) Returns 1, or -1. */
+ *   dev  the interface to look behind; what null means is up to the kernel (Linux wants a name)
+ * Returns 1, or -1. */
 ROUTERKIT_API int arp_getMac(void *mac, uint32_t ip, const char *dev);
 
 /* Asks for any of an interface's index, MAC address, IPv4 address and netmask, in this order; the

@@ -33,10 +33,10 @@ ROUTERKIT_API int socket_connect(const char *host);
 /* Reads one address of an interface.
  *   kind  2: its IPv4 address, 4 bytes in network order
  *         4: its netmask, 4 bytes in network order
- *         8: its hardware address, a whole struct sockaddr (16 bytes: the family in 2, the MAC in
- * 6) any other: its point-to-point peer's IPv4 address, 4 bytes in network order out   receives the
- * address; untouched on failure Returns 1, or 0 on failure (ENODEV for a name of more than 15
- * characters). */
+ *         8: its hardware address, a whole struct sockaddr of 16 bytes (the MAC in bytes 2 to 7)
+ *         any other: its point-to-point peer's IPv4 address, 4 bytes in network order
+ *   out   receives the address; untouched on failure
+ * Returns 1, or 0 on failure (ENODEV for a name of more than 15 characters). */
 ROUTERKIT_API int getInAddr(const char *ifname, unsigned kind, void *out);
 
 /* Makes a socket use the interface of a WAN connection ("con_iface", <routerkit/wan.h>) only.

@@ -13,9 +13,10 @@ class Deadline {
   public:
     explicit Deadline(uint32_t time) : time_(time) {}
 
-    static Deadline in(uint32_t milliseconds) {
-        uint32_t bounded = milliseconds < INT32_MAX ? milliseconds : uint32_t{INT32_MAX};
-        return Deadline(uptime_getms() + bounded);
+    static Deadline in(uint32_t milliseconds) { return after(uptime_getms(), milliseconds); }
+
+    static Deadline after(uint32_t start, uint32_t milliseconds) {
+        return Deadline(start + (milliseconds < INT32_MAX ? milliseconds : uint32_t{INT32_MAX}));
     }
 
     [[nodiscard]] uint32_t time() const { return time_; }

@@ -1,0 +1,147 @@
+#include <routerkit/routes.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <net/route.h>
+
+#include <routerkit/wan.h>
+
+#include "support/lines.h"
+#include "support/socket.h"
+
+using rk::fail;
+using rk::retry_eintr;
+using rk::UniqueFd;
+
+namespace {
+
+constexpr uint32_t kHostMask = 0xffffffff;
+constexpr const char *kRouteListing = "/proc/net/route";
+
+void set_address(sockaddr &field, uint32_t address) {
+    static_assert(sizeof(sockaddr) == sizeof(sockaddr_in));
+    const sockaddr_in endpoint = rk::inet_endpoint(address, 0);
+    std::memcpy(&field, &endpoint, sizeof field);
+}
+
+unsigned short route_flags(uint32_t destination, uint32_t mask, uint32_t gateway) {
+    unsigned flags = RTF_UP;
+    if (destination != 0 && mask == kHostMask) {
+        flags |= RTF_HOST;
+    }
+    if (gateway != 0) {
+        flags |= RTF_GATEWAY;
+    }
+    return static_cast<unsigned short>(flags);
+}
+
+int change_route(unsigned long request, uint32_t destination, uint32_t mask, uint32_t gateway,
+                 const char *ifname) {
+    // The kernel reads 15 bytes of the name whatever its length, hence a copy with room for them.
+    char device[IFNAMSIZ] = {};
+    rtentry route = {};
+    set_address(route.rt_dst, destination);
+    set_address(route.rt_gateway, gateway);
+    set_address(route.rt_genmask, mask);
+    route.rt_flags = route_flags(destination, mask, gateway);
+    if (ifname != nullptr) {
+        size_t length = std::strlen(ifname);
+        if (length >= sizeof device) {
+            return fail(ENODEV);
+        }
+        std::memcpy(device, ifname, length);
+        route.rt_dev = device;
+    }
+    rk::ControlSocket control;
+    return control ? ::ioctl(control.get(), request, &route) : -1;
+}
+
+// What one line of the listing tells.
+struct ListedRoute {
+    char ifname[IFNAMSIZ];
+    unsigned long destination;
+    unsigned gateway; // the address in network order, printed as a number of this processor
+    unsigned flags;
+    unsigned long mask;
+
+    bool parse(const char *line) {
+        int references, use, metric;
+        return std::sscanf(line, "%15s%lx%x%X%d%d%d%lx", ifname, &destination, &gateway, &flags,
+                           &references, &use, &metric, &mask) == 8;
+    }
+
+    [[nodiscard]] bool is_default() const {
+        constexpr unsigned kWanted = RTF_UP | RTF_GATEWAY;
+        return destination == 0 && mask == 0 && (flags & kWanted) == kWanted;
+    }
+};
+
+} // namespace
+
+int route_add(uint32_t destination, uint32_t mask, uint32_t gateway, const char *ifname) {
+    return change_route(SIOCADDRT, destination, mask, gateway, ifname);
+}
+
+int route_del(uint32_t destination, uint32_t mask, uint32_t gateway, const char *ifname) {
+    return change_route(SIOCDELRT, destination, mask, gateway, ifname);
+}
+
+int route_add_default(uint32_t gateway, const char *ifname) {
+    return route_add(0, 0, gateway, ifname);
+}
+
+int route_add_host(uint32_t host, uint32_t gateway, const char *ifname) {
+    return gateway == host ? 1 : route_add(host, kHostMask, gateway, ifname);
+}
+
+int route_del_host(uint32_t host) {
+    return route_del(host, kHostMask, 0, nullptr);
+}
+
+uint32_t get_default_route(char *ifname) {
+    UniqueFd fd(retry_eintr([] { return ::open(kRouteListing, O_RDONLY | O_CLOEXEC); }));
+    if (!fd) {
+        return 0;
+    }
+    rk::LineReader<256> lines(fd.get());
+    lines.next(); // the column headings
+    ListedRoute route;
+    while (lines.next() && route.parse(lines.line())) {
+        if (!route.is_default()) {
+            continue;
+        }
+        // A route through an IPv6 gateway is listed with the gateway 0.
+        if (ifname != nullptr && route.gateway != 0) {
+            std::strcpy(ifname, route.ifname);
+        }
+        return ntohl(route.gateway);
+    }
+    return 0;
+}
+
+int wan_addNetRoute(uint32_t destination, uint32_t mask, uint32_t gateway) {
+    return route_add(destination, mask, gateway, nullptr);
+}
+
+int wan_delNetRoute(uint32_t destination, uint32_t mask, uint32_t gateway) {
+    return route_del(destination, mask, gateway, nullptr);
+}
+
+int wan_addDefaultRoute(uint32_t gateway, const char *ifname) {
+    return route_add_default(gateway, ifname);
+}
+
+int wan_delDefaultRoute(uint32_t gateway) {
+    return route_del(0, 0, gateway, nullptr);
+}
+
+int wan_delHostRoute(uint32_t host) {
+    return route_del_host(host);
+}
+
+int wan_addHostRoute(unsigned index, uint32_t host) {
+    uint32_t gateway = wan_getGateway(index);
+    return gateway != 0 ? route_add_host(host, gateway, nullptr) : -1;
+}
