@@ -18,6 +18,7 @@
 #include <sys/time.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace lab {
@@ -63,6 +64,7 @@ void open_log() {
         std::_Exit(1);
     }
     ::chmod("/dev/log", 0666);
+    ::openlog(nullptr, LOG_NDELAY, LOG_USER);
 }
 
 std::vector<std::string> take_log() {
@@ -140,6 +142,16 @@ SignalStorm::~SignalStorm() {
 
 int SignalStorm::count() {
     return signals_seen;
+}
+
+NoDescriptors::NoDescriptors() : before_() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    rlimit none = {0, before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+}
+
+NoDescriptors::~NoDescriptors() {
+    ::setrlimit(RLIMIT_NOFILE, &before_);
 }
 
 int64_t elapsed_ms(const std::function<void()> &call) {

@@ -13,13 +13,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 namespace lab {
 
 // --- The system log ---
 
-// Binds /dev/log; called once by the test program's main.
+// Binds /dev/log and lets the C library connect to it, so that no later call seems to leak that
+// descriptor; called once by the test program's main.
 void open_log();
 
 // The lines logged since the last call, each as "priority: text", for example "err: socket: ...".
@@ -69,6 +71,18 @@ class SignalStorm {
     SignalStorm &operator=(const SignalStorm &) = delete;
 
     static int count(); // signals since the storm began
+};
+
+// While it lives, nothing more can be opened (EMFILE).
+class NoDescriptors {
+  public:
+    NoDescriptors();
+    ~NoDescriptors();
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+  private:
+    rlimit before_;
 };
 
 // Milliseconds that a call took.
