@@ -7,30 +7,45 @@
 
 namespace {
 
+uint32_t digit_value(char character) {
+    return static_cast<uint32_t>(character) - '0'; // more than 9 for anything else
+}
+
 // One number as strtoul reads it in base 10, of which only 0 to 255 will do: steps over white
-// space, a sign and the digits. False when there are no digits or the number is out of range.
-bool parse_octet(const char *&text, uint32_t &octet) {
-    const char *at = text;
-    while (*at == ' ' || (*at >= '\t' && *at <= '\r')) {
-        ++at;
+// space, a sign and the digits. Returns where it ends, or null.
+const char *parse_any_octet(const char *text, uint32_t &octet) {
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
+        ++text;
     }
-    bool negative = *at == '-';
-    if (*at == '-' || *at == '+') {
-        ++at;
+    bool negative = *text == '-';
+    if (*text == '-' || *text == '+') {
+        ++text;
     }
-    const char *digits = at;
-    uint32_t value = 0;
-    for (; *at >= '0' && *at <= '9'; ++at) {
-        if (value < 256) {
-            value = value * 10 + static_cast<uint32_t>(*at - '0');
+    const char *digits = text;
+    octet = 0;
+    for (; digit_value(*text) <= 9; ++text) {
+        if (octet < 256) { // a longer number stays too large
+            octet = octet * 10 + digit_value(*text);
         }
     }
-    if (at == digits || value > 255 || (negative && value != 0)) {
-        return false;
+    return text == digits || octet > 255 || (negative && octet != 0) ? nullptr : text;
+}
+
+// The same, for one to three plain digits without the detours.
+const char *parse_octet(const char *text, uint32_t &octet) {
+    uint32_t value = digit_value(text[0]);
+    if (value > 9) {
+        return parse_any_octet(text, octet);
     }
-    text = at;
-    octet = value;
-    return true;
+    for (int length = 1; length <= 3; ++length) {
+        uint32_t digit = digit_value(text[length]);
+        if (digit > 9) {
+            octet = value;
+            return value < 256 ? text + length : nullptr;
+        }
+        value = value * 10 + digit;
+    }
+    return parse_any_octet(text, octet);
 }
 
 // Four octets and the dots between, each handed to `store` as soon as it is accepted. Where the
@@ -39,7 +54,11 @@ template <typename Store>
 const char *parse_address(const char *text, Store store) {
     for (int field = 0; field < 4; ++field) {
         uint32_t octet;
-        if ((field != 0 && *text++ != '.') || !parse_octet(text, octet)) {
+        if (field != 0 && *text++ != '.') {
+            return nullptr;
+        }
+        text = parse_octet(text, octet);
+        if (text == nullptr) {
             return nullptr;
         }
         store(field, octet);

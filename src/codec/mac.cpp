@@ -1,0 +1,99 @@
+#include <routerkit/conversions.h>
+
+#include <cstring>
+#include <string_view>
+
+#include <routerkit/strings.h>
+
+#include "codec/hex_digits.h"
+#include "codec/text_ring.h"
+
+namespace {
+
+constexpr size_t kMacLength = 6;
+constexpr uint8_t kZero[kMacLength] = {};
+
+bool starts_with(const void *mac, std::string_view prefix) {
+    return std::memcmp(mac, prefix.data(), prefix.size()) == 0;
+}
+
+const uint8_t *as_bytes(const void *mac) {
+    return static_cast<const uint8_t *>(mac);
+}
+
+} // namespace
+
+int mac_ntostr(char *buffer, const void *mac) {
+    const uint8_t *byte = as_bytes(mac);
+    char *out = buffer;
+    for (const uint8_t *end = byte + kMacLength; byte != end; ++byte) {
+        out = rk::put_hex(out, *byte);
+        *out++ = ':';
+    }
+    *--out = '\0'; // in place of the last colon
+    return static_cast<int>(out - buffer);
+}
+
+char *mac_ntoa(const void *mac) {
+    char *slot = rk::next_address_text();
+    mac_ntostr(slot, mac);
+    return slot;
+}
+
+char *mac_ntoa_3(const void *mac) {
+    const uint8_t *byte = as_bytes(mac);
+    return strf("%02x:%02x:%02x:%02x:%02x:%02x", byte[0], byte[1], byte[2], byte[3], byte[4],
+                byte[5]);
+}
+
+char *mac_ntoa_2(const void *mac) {
+    const uint8_t *byte = as_bytes(mac);
+    return strf("%02x%02x%02x%02x%02x%02x", byte[0], byte[1], byte[2], byte[3], byte[4], byte[5]);
+}
+
+int mac_aton(void *mac, const char *text) {
+    auto *byte = static_cast<uint8_t *>(mac);
+    const char *at = text;
+    for (size_t i = 0; i < kMacLength; ++i) {
+        if (i != 0 && (*at == ':' || *at == '-')) {
+            ++at;
+        }
+        unsigned pair = rk::read_hex_pair(at);
+        if (pair == rk::kNoPair) {
+            return 0;
+        }
+        byte[i] = static_cast<uint8_t>(pair);
+        at += 2;
+    }
+    return static_cast<int>(at - text);
+}
+
+int mac_copy(void *destination, const void *source) {
+    std::memmove(destination, source, kMacLength);
+    return 0;
+}
+
+int mac_is_equal(const void *left, const void *right) {
+    return std::memcmp(left, right, kMacLength) == 0 ? 1 : 0;
+}
+
+int mac_isnull(const void *mac) {
+    return mac == nullptr || mac_is_equal(mac, kZero) != 0 ? 1 : 0;
+}
+
+int mac_is_multicast(const void *mac) {
+    return as_bytes(mac)[0] & 1;
+}
+
+int mac_is_ipv4_multicast(const void *mac) {
+    return starts_with(mac, {"\x01\x00\x5e", 3}) ? 1 : 0;
+}
+
+int mac_is_ipv6_multicast(const void *mac) {
+    return starts_with(mac, "\x33\x33") ? 1 : 0;
+}
+
+int mac_is_dns_multicast(const void *mac) {
+    bool mapped = mac_is_ipv4_multicast(mac) != 0 || mac_is_ipv6_multicast(mac) != 0;
+    return mapped && as_bytes(mac)[kMacLength - 1] == 0xfb ? 1 : 0;
+}
