@@ -19,15 +19,13 @@ enum { STATUS_DISCONNECTED = 1, STATUS_CONNECTED = 20, TEST_MS = 400, PAUSE_MS =
 
 static volatile sig_atomic_t told_to_end;
 
-static void end(int signal_number)
-{
+static void end(int signal_number) {
     (void)signal_number;
     told_to_end = 1;
 }
 
 /* One lost packet is no failure. */
-static int answers(unsigned index, const char *host)
-{
+static int answers(unsigned index, const char *host) {
     int i;
 
     for (i = 0; i < TRIES && !told_to_end; i++) {
@@ -39,8 +37,7 @@ static int answers(unsigned index, const char *host)
 }
 
 /* The wired port's flags follow the connection at the bottom, the one without a parent. */
-static void set_flags(unsigned index, int up)
-{
+static void set_flags(unsigned index, int up) {
     int below = wan_isModem(index) ? wan_getModemIndex() : -1;
 
     if (wan_isModem(index)) {
@@ -54,8 +51,7 @@ static void set_flags(unsigned index, int up)
     }
 }
 
-static void change(unsigned index, int up)
-{
+static void change(unsigned index, int up) {
     syslog(LOG_NOTICE, "WAN%u is %s", index, up ? "up" : "down");
     wan_updateIfStatus(index, up ? STATUS_CONNECTED : STATUS_DISCONNECTED);
     if (up) {
@@ -67,8 +63,7 @@ static void change(unsigned index, int up)
     wan_updateDefaultConnection();
 }
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     unsigned index;
     int up = 0;
 

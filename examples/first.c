@@ -4,8 +4,7 @@
 
 #include <stdio.h>
 
-int main(void)
-{
+int main(void) {
     int index = wan_readLink("active");
 
     if (index < 1) {

@@ -16,8 +16,7 @@
 
 enum { TIMEOUT_MS = 2000, MOST_ADDRESSES = 8, VERBOSE = 1 };
 
-static int look_up(unsigned index, const char *name)
-{
+static int look_up(unsigned index, const char *name) {
     uint32_t addresses[MOST_ADDRESSES];
     int count = wan_resolve_domain(index, name, addresses, MOST_ADDRESSES, TIMEOUT_MS);
     int i;
@@ -32,8 +31,7 @@ static int look_up(unsigned index, const char *name)
     return count == 0;
 }
 
-static int ping(unsigned index, const char *host)
-{
+static int ping(unsigned index, const char *host) {
     int answered = wan_ping_test(index, host, TIMEOUT_MS, VERBOSE);
 
     printf("%s %s\n", host, answered == 1 ? "answers" : "does not answer");
@@ -41,8 +39,7 @@ static int ping(unsigned index, const char *host)
 }
 
 /* Pads by characters: a byte count would misplace what follows a text in UTF-8. */
-static void cell(const char *text, int width)
-{
+static void cell(const char *text, int width) {
     const char *byte;
 
     for (byte = text; *byte != '\0'; byte++) {
@@ -51,8 +48,7 @@ static void cell(const char *text, int width)
     printf("%s%*s", text, width > 0 ? width : 1, "");
 }
 
-static void row(unsigned index)
-{
+static void row(unsigned index) {
     const char *iface = wan_getConIface(index);
     unsigned seconds = wan_getAllSessionsTime(index);
     int prefix = 32;
@@ -68,8 +64,7 @@ static void row(unsigned index)
     printf("%u:%02u:%02u\n", seconds / 3600, seconds / 60 % 60, seconds % 60);
 }
 
-static int table(void)
-{
+static int table(void) {
     unsigned index;
 
     puts("   WAN   status                      iface  address             gateway          online");
@@ -82,8 +77,7 @@ static int table(void)
     return 0;
 }
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     openlog("wanctl", LOG_PERROR, LOG_USER);
     if (argc == 4 && strcmp(argv[1], "look-up") == 0) {
         return look_up((unsigned)atoi(argv[2]), argv[3]);

@@ -172,11 +172,13 @@ ROUTERKIT_API int wan_setWiredInetFlag(int on); /* the wired connection has Inte
 /* Tests, 1 or 0. */
 ROUTERKIT_API int wan_hasLinkFlag(void);
 ROUTERKIT_API int wan_hasModemFlag(void);
-ROUTERKIT_API int
-wan_hasWiredInetFlag(void); /* the link flag itself while the modem flag is not set */
 ROUTERKIT_API int wan_getModemStatus(void); /* a modem is attached */
-ROUTERKIT_API int
-wan_isLinked(unsigned index); /* the modem flag for a modem connection, or the link */
+
+/* The wired-Internet flag; the link flag instead while the modem flag is not set. */
+ROUTERKIT_API int wan_hasWiredInetFlag(void);
+
+/* The modem flag for a connection with a modem type, else the link flag. */
+ROUTERKIT_API int wan_isLinked(unsigned index);
 
 /* Asks the switch driver for the WAN port's link: 1, or 0 when it is down or the query fails. */
 ROUTERKIT_API int wan_getLinkStatus(void);

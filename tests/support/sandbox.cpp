@@ -112,6 +112,9 @@ void bring_loopback_up() {
     ::close(fd);
 }
 
+// A datagram socket queues 10 messages by default: a test that logs more before it looks would hang.
+void let_log_lines_queue() { write_text("/proc/sys/net/unix/max_dgram_qlen", "1000"); }
+
 // Root inside, the calling user outside.
 void map_user(uid_t uid, gid_t gid) {
     write_text("/proc/self/setgroups", "deny");
@@ -160,6 +163,7 @@ void enter_sandbox() {
     continue_in_child(); // from here on process 1 of the new process tree
     mount_private_folders();
     bring_loopback_up();
+    let_log_lines_queue();
     continue_in_child(); // an ordinary process: process 1 ignores signals and inherits orphans
 }
 

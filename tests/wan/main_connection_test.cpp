@@ -137,8 +137,8 @@ TEST_F(MainConnection, NoChangeMakesNoCallBeyondItsSteps) {
     wan_setLinkFlag(1);
     set_status(2, 20);
     wan_updateDefaultConnection();
-    // The modem flag, the link flag, the default link, the status, the verdict's line in the log, the
-    // active link.
+    // The modem flag, the link flag, the default link, the status, the verdict's line in the log,
+    // the active link.
     EXPECT_THAT(lab::system_calls([] { wan_updateDefaultConnection(); }),
                 ElementsAre(SYS_newfstatat, SYS_newfstatat, SYS_readlink, SYS_openat, SYS_read,
                             SYS_close, SYS_sendto, SYS_readlink));

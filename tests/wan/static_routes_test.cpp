@@ -11,7 +11,7 @@ using lab::FailsWith;
 using lab::get;
 using lab::put;
 
-bool operator==(const wan_route_t &left, const wan_route_t &right) {
+static bool operator==(const wan_route_t &left, const wan_route_t &right) {
     return std::memcmp(&left, &right, sizeof left) == 0;
 }
 
