@@ -36,12 +36,11 @@ static int answers(unsigned index, const char *host) {
     return 0;
 }
 
-/* The wired port's flags follow the connection at the bottom, the one without a parent. */
+/* A modem connection has the modem's flag and link; of the others the one at the bottom, which is
+ * not PPPoE (type 3), speaks for the wired port. */
 static void set_flags(unsigned index, int up) {
-    int below = wan_isModem(index) ? wan_getModemIndex() : -1;
-
     if (wan_isModem(index)) {
-        if (up && below != (int)index) {
+        if (up) {
             wan_link((int)index, "modem");
         }
         wan_setModemFlag(up);

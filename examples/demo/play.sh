@@ -2,24 +2,27 @@
 # A router with two uplinks and a modem, played in namespaces of its own. Every connection leads to a
 # provider with a real name server; every provider calls www.example.net something else.
 #
-#     play.sh PROGRAMS      PROGRAMS: the folder with connectiond and wanctl
+#     play.sh BUILD      BUILD: the build tree with the library and the example programs
 #
 # Exits non-zero if any step did not come out as promised.
 set -uo pipefail
 
-programs=$(realpath "$1")
+build=$(realpath "$1")
 if [[ ${2:-} != inside ]]; then
     user=()
     [[ $(id -u) -eq 0 ]] || user=(--user --map-root-user)
     exec timeout 50 unshare "${user[@]}" --mount --net --pid --fork --kill-child --mount-proc \
-        "$0" "$programs" inside
+        "$0" "$build" inside
 fi
 
-# The programs may lie where the private folders go.
-exec 3<"$programs/connectiond" 4<"$programs/wanctl"
-connectiond=/proc/$$/fd/3 wanctl=/proc/$$/fd/4
+# The build tree may lie where the private folders go.
+mount --bind "$build" /mnt
+export LD_LIBRARY_PATH=/mnt
+connectiond=/mnt/examples/connectiond wanctl=/mnt/examples/wanctl
 for folder in /var /tmp /run; do mount -t tmpfs demo "$folder"; done
 mount -t sysfs demo /sys
+[[ -e /dev/log ]] && mount --bind /dev/null /dev/log # the machine's own log stays out of it
+: >/var/resolv.conf
 failures=0
 
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
@@ -34,24 +37,25 @@ check() {
     fi
 }
 
-# Waits until the main connection is the expected one, 10 s at most.
-wait_for_active() {
-    for _ in $(seq 200); do
-        [[ $(readlink /var/wan/active) == "$1" ]] && break
-        sleep 0.05
-    done
-}
-
 show_system() {
     echo "   \$ ip route";            ip route | sed 's/^/     /'
     echo "   \$ cat /var/resolv.conf"; sed 's/^/     /' /var/resolv.conf
     echo "   \$ readlink /var/wan/active"; readlink /var/wan/active | sed 's/^/     /'
 }
 
-# expect_main ACTIVE ROUTE SERVER: what the kernel and the system's files must show by now.
+# state: what the kernel and the system's files show, one line each.
+state() {
+    readlink /var/wan/active
+    ip route show default | sed 's/^default //; s/ *$//'
+    cat /var/resolv.conf
+}
+
+# expect_main ACTIVE ROUTE SERVER: what they must come to show, within 10 s.
 expect_main() {
-    wait_for_active "$1"
-    sleep 0.2 # the route and the name servers follow the link
+    for _ in $(seq 200); do
+        [[ $(state) == "$(printf '%s\n' "$@" | sed '/^$/d')" ]] && break
+        sleep 0.05
+    done
     show_system
     check "main connection" "$1" "$(readlink /var/wan/active)"
     check "default route" "$2" "$(ip route show default | sed 's/^default //; s/ *$//')"
@@ -69,9 +73,11 @@ provider() {
     ip -n "$name" addr add "$net.1/24" dev down0
     ip -n "$name" addr add "$www/32" dev lo
     ip -n "$name" link set down0 up
-    ip netns exec "$name" dnsmasq --keep-in-foreground --conf-file=/dev/null --user=root \
-        --pid-file= --no-resolv --no-hosts --listen-address="$net.1" --bind-interfaces \
-        --host-record="gateway.example,$net.1" --host-record="www.example.net,$www" 3>&- 4>&- &
+    # --no-daemon also keeps the user as it is, which a user namespace needs
+    ip netns exec "$name" dnsmasq --no-daemon --conf-file=/dev/null --pid-file= \
+        --log-facility=/dev/null --no-resolv --no-hosts --listen-address="$net.1" \
+        --bind-interfaces --host-record="gateway.example,$net.1" \
+        --host-record="www.example.net,$www" &
 }
 
 # attribute INDEX FILE TEXT
@@ -82,7 +88,7 @@ connection() { # INDEX TYPE IFNAME NETWORK_PREFIX
     attribute "$1" con_iface "$3"
     attribute "$1" ip "$4.2/24"
     attribute "$1" gateway "$4.1"
-    attribute "$1" resolv.conf "nameserver $4.1"
+    attribute "$1" resolv.conf "nameserver $4.1"$'\n'
     attribute "$1" status "01 disconnected"
     attribute "$1" inet ""
 }

@@ -27,9 +27,8 @@ class Reachability : public testing::Test {
 
     lab::Host provider_{"isp", "ppp0", "10.2.0.2/24", "10.2.0.1/24"};
     lab::Background name_server_{provider_.command(
-        "dnsmasq --keep-in-foreground --conf-file=/dev/null --user=root --pid-file= "
-        "--log-facility=/dev/null --no-resolv "
-        "--no-hosts --listen-address=10.2.0.1 --bind-interfaces "
+        "dnsmasq --no-daemon --conf-file=/dev/null --pid-file= --log-facility=/dev/null "
+        "--no-resolv --no-hosts --listen-address=10.2.0.1 --bind-interfaces "
         "--host-record=www.example.net,198.51.100.2 --address=/nowhere.example/10.2.0.77 "
         "--txt-record=text.example,x --cname=alias.example,www.example.net")};
 };
