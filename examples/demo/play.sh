@@ -77,7 +77,7 @@ provider() {
     ip netns exec "$name" dnsmasq --no-daemon --conf-file=/dev/null --pid-file= \
         --log-facility=/dev/null --no-resolv --no-hosts --listen-address="$net.1" \
         --bind-interfaces --host-record="gateway.example,$net.1" \
-        --host-record="www.example.net,$www" &
+        --host-record="www.example.net,$www" 2>/dev/null &
 }
 
 # attribute INDEX FILE TEXT
