@@ -208,7 +208,7 @@ void Background::stop() {
 
 Host::Host(const std::string &name, const std::string &our_ifname, const std::string &our_address,
            const std::string &its_address)
-    : name_(name) {
+    : name_(name), our_ifname_(our_ifname) {
     sh("ip netns add " + name_);
     sh("ip link add " + our_ifname + " type veth peer name up0 netns " + name_);
     sh("ip addr add " + our_address + " dev " + our_ifname + " && ip link set " + our_ifname +
@@ -218,7 +218,9 @@ Host::Host(const std::string &name, const std::string &our_ifname, const std::st
 }
 
 Host::~Host() {
-    sh("ip netns del " + name_);
+    // The kernel takes a namespace down in its own time; the cable, and with it the name of our
+    // end, goes at once.
+    sh("ip link del " + our_ifname_ + "; ip netns del " + name_);
 }
 
 std::string Host::command(const std::string &text) const {

@@ -162,6 +162,7 @@ class Host {
     pid_t fork_there(const std::function<int()> &function) const;
 
     std::string name_;
+    std::string our_ifname_;
 };
 
 } // namespace lab
