@@ -73,7 +73,7 @@ class SignalStorm {
     static int count(); // signals since the storm began
 };
 
-// While it lives, nothing more can be opened (EMFILE).
+// While it lives, nothing more can be opened (EMFILE): by the sanitizers neither, so keep it short.
 class NoDescriptors {
   public:
     NoDescriptors();
