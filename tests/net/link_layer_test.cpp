@@ -71,10 +71,9 @@ TEST_F(ArpGetMac, ReadsTheNeighboursOfOneInterface) {
     EXPECT_THAT(arp_getMac(mac, kStatic, nullptr), FailsWith(-1, ENODEV)) << "Linux wants a name";
     EXPECT_THAT(arp_getMac(mac, kStatic, "fifteen-letters+"), FailsWith(-1, ENODEV));
     EXPECT_THAT(arp_getMac(mac, kStatic, "nosuch0"), FailsWith(-1, ENODEV));
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(arp_getMac(mac, kStatic, "fifteen-letters"), FailsWith(-1, EMFILE));
-    }
+    EXPECT_THAT(
+        lab::without_descriptors([&] { return arp_getMac(mac, kStatic, "fifteen-letters"); }),
+        FailsWith(-1, EMFILE));
     EXPECT_STREQ(mac, "######");
     EXPECT_EQ(arp_getMac(mac, kStatic, "fifteen-letters"), 1);
     EXPECT_EQ(text(mac), std::string(kMac, 6));
@@ -125,10 +124,9 @@ TEST_F(DevGetAddrs, StopsAtTheFirstFailure) {
     int index = 7;
     EXPECT_THAT(dev_getAddrs(mac, &addr, &mask, &index, "nosuch0"), FailsWith(-1, ENODEV));
     EXPECT_THAT(dev_getAddrs(mac, &addr, &mask, &index, "fifteen-letters+"), FailsWith(-1, ENODEV));
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(dev_getAddrs(mac, &addr, &mask, &index, "lo"), FailsWith(-1, EMFILE));
-    }
+    EXPECT_THAT(
+        lab::without_descriptors([&] { return dev_getAddrs(mac, &addr, &mask, &index, "lo"); }),
+        FailsWith(-1, EMFILE));
     EXPECT_STREQ(mac, "######");
     EXPECT_EQ(index, 7);
     sh("ip addr flush dev fifteen-letters");
@@ -174,8 +172,8 @@ TEST_F(SwitchDriver, FailuresAreToldApart) {
     EXPECT_THAT(re865xIoctl("nosuch0", 2000, 0, 0, 0), FailsWith(-1, ENODEV));
     EXPECT_THAT(re865xIoctl("fifteen-letters-and-more", 2000, 0, 0, 0), FailsWith(-1, EOPNOTSUPP));
     EXPECT_THAT(lab::take_log(), IsEmpty());
-    lab::NoDescriptors none;
-    EXPECT_THAT(re865xIoctl("eth1", 2000, 0, 0, 0), FailsWith(-3, EMFILE));
+    EXPECT_THAT(lab::without_descriptors([&] { return re865xIoctl("eth1", 2000, 0, 0, 0); }),
+                FailsWith(-3, EMFILE));
 }
 
 // A bridge with seven ports; a station 02:00:00:00:00:0N was learnt behind port N.
@@ -248,11 +246,9 @@ TEST_F(Bridge, FailuresAreLogged) {
     EXPECT_THAT(br_mac2port("br1", mac.data()), FailsWith(-1, ENODEV));
     EXPECT_EQ(br_mac2laname("lo", mac.data()), nullptr);
     EXPECT_THAT(br_mac2port("a-bridge-of-many", mac.data()), FailsWith(-1, ENODEV));
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(br_mac2port("br0", mac.data()), FailsWith(-1, EMFILE));
-        EXPECT_EQ(br_mac2ifname("br0", mac.data()), nullptr);
-    }
+    EXPECT_THAT(lab::without_descriptors([&] { return br_mac2port("br0", mac.data()); }),
+                FailsWith(-1, EMFILE));
+    EXPECT_EQ(lab::without_descriptors([&] { return br_mac2ifname("br0", mac.data()); }), nullptr);
     EXPECT_THAT(lab::take_log(), ElementsAre("err: br_mac2port: ioctl: No such device",
                                              "err: br_mac2port: ioctl: Operation not supported",
                                              "err: br_mac2port: ioctl: No such device",

@@ -316,10 +316,9 @@ TEST_F(Ping, FailuresAreLoggedWithTheirStep) {
     EXPECT_THAT(ping_test("eth1", &kFar, 1, 1000, kVerbose), FailsWith(-1, ENOMEM));
     trouble.recv = ENOBUFS;
     EXPECT_THAT(ping_test("eth1", &kFar, 1, 1000, kVerbose), FailsWith(-1, ENOBUFS));
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(ping_test("eth1", &kFar, 1, 1000, kVerbose), FailsWith(-1, EMFILE));
-    }
+    EXPECT_THAT(
+        lab::without_descriptors([&] { return ping_test("eth1", &kFar, 1, 1000, kVerbose); }),
+        FailsWith(-1, EMFILE));
     EXPECT_THAT(
         lab::take_log(),
         ElementsAre("err: nosuch0 ping 10.1.0.1 failed: No such device",

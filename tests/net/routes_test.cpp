@@ -81,11 +81,10 @@ TEST_F(Routes, FailuresAreTheKernelsAndChangeNothing) {
     EXPECT_THAT(route_add(kNetwork + 1, kNetMask, kGateway, nullptr), FailsWith(-1, EINVAL));
     EXPECT_THAT(route_add(kHost, kHostMask, kGateway, "nosuch0"), FailsWith(-1, ENODEV));
     EXPECT_EQ(route_add_host(kHost, kHost, "eth1"), 1);
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(route_add(0, 0, kGateway, "eth1"), FailsWith(-1, EMFILE));
-        EXPECT_THAT(route_del(0, 0, kGateway, "eth1"), FailsWith(-1, EMFILE));
-    }
+    EXPECT_THAT(lab::without_descriptors([&] { return route_add(0, 0, kGateway, "eth1"); }),
+                FailsWith(-1, EMFILE));
+    EXPECT_THAT(lab::without_descriptors([&] { return route_del(0, 0, kGateway, "eth1"); }),
+                FailsWith(-1, EMFILE));
     EXPECT_EQ(sh("ip route"), before);
 }
 
@@ -146,8 +145,7 @@ TEST_F(Routes, DefaultGatewayIsFoundInTheRealTable) {
     EXPECT_STREQ(ifname, "eth1");
     EXPECT_EQ(get_default_route(nullptr), kGateway);
     sh("ip route del unreachable default");
-    lab::NoDescriptors none;
-    EXPECT_EQ(get_default_route(nullptr), 0U);
+    EXPECT_EQ(lab::without_descriptors([&] { return get_default_route(nullptr); }), 0U);
 }
 
 TEST_F(Routes, DefaultGatewayIsFoundBehindALongTable) {

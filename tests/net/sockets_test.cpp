@@ -148,10 +148,10 @@ TEST(PollSockRecv, EndsOnTimeAcrossTheWrapOfTheClock) {
 
 TEST(PollSockRecv, ReportsAFailedPollAndAPeerThatLeft) {
     Pair pair;
-    {
-        lab::NoDescriptors none; // poll refuses more entries than there may be descriptors
-        EXPECT_THAT(poll_sock_recv(pair.here, uptime_getms() + 1000), FailsWith(-1, EINVAL));
-    }
+    // poll refuses more entries than there may be descriptors
+    EXPECT_THAT(
+        lab::without_descriptors([&] { return poll_sock_recv(pair.here, uptime_getms() + 1000); }),
+        FailsWith(-1, EINVAL));
     ::shutdown(pair.there, SHUT_RDWR);
     EXPECT_EQ(poll_sock_recv(pair.here, uptime_getms() + 1000), 1);
 }
@@ -278,8 +278,8 @@ TEST(SocketConnect, FailureLeavesNothingOpen) {
     EXPECT_EQ(socket_connect("nobody.lab"), -1);
     EXPECT_THAT(socket_connect("web.lab"), FailsWith(-1, ECONNREFUSED));
     EXPECT_THAT(socket_connect("203.0.113.1"), FailsWith(-1, ENETUNREACH));
-    lab::NoDescriptors none;
-    EXPECT_THAT(socket_connect("127.0.0.7"), FailsWith(-1, EMFILE));
+    EXPECT_THAT(lab::without_descriptors([&] { return socket_connect("127.0.0.7"); }),
+                FailsWith(-1, EMFILE));
 }
 
 TEST(GetInAddr, ReadsEachKindOfAddress) {
@@ -324,10 +324,8 @@ TEST(GetInAddr, FailureLeavesTheOutputAlone) {
     EXPECT_THAT(getInAddr("nosuch0", 8, out), FailsWith(0, ENODEV));
     EXPECT_THAT(getInAddr("", 8, out), FailsWith(0, ENODEV));
     EXPECT_THAT(getInAddr("fifteen-letters+", 8, out), FailsWith(0, ENODEV));
-    {
-        lab::NoDescriptors none;
-        EXPECT_THAT(getInAddr("lo", 2, out), FailsWith(0, EMFILE));
-    }
+    EXPECT_THAT(lab::without_descriptors([&] { return getInAddr("lo", 2, out); }),
+                FailsWith(0, EMFILE));
     EXPECT_STREQ(out, "################");
 }
 

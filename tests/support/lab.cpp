@@ -144,16 +144,6 @@ int SignalStorm::count() {
     return signals_seen;
 }
 
-NoDescriptors::NoDescriptors() : before_() {
-    ::getrlimit(RLIMIT_NOFILE, &before_);
-    rlimit none = {0, before_.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-}
-
-NoDescriptors::~NoDescriptors() {
-    ::setrlimit(RLIMIT_NOFILE, &before_);
-}
-
 int64_t elapsed_ms(const std::function<void()> &call) {
     auto start = std::chrono::steady_clock::now();
     call();

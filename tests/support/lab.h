@@ -73,17 +73,21 @@ class SignalStorm {
     static int count(); // signals since the storm began
 };
 
-// While it lives, nothing more can be opened (EMFILE): by the sanitizers neither, so keep it short.
-class NoDescriptors {
-  public:
-    NoDescriptors();
-    ~NoDescriptors();
-    NoDescriptors(const NoDescriptors &) = delete;
-    NoDescriptors &operator=(const NoDescriptors &) = delete;
-
-  private:
-    rlimit before_;
-};
+// The result of a call during which nothing can be opened (EMFILE):
+//     EXPECT_THAT(lab::without_descriptors([] { return f(); }), FailsWith(-1, EMFILE));
+template <typename Call>
+auto without_descriptors(Call call) {
+    struct Limit {
+        rlimit before;
+        Limit() {
+            ::getrlimit(RLIMIT_NOFILE, &before);
+            rlimit none = {0, before.rlim_max};
+            ::setrlimit(RLIMIT_NOFILE, &none);
+        }
+        ~Limit() { ::setrlimit(RLIMIT_NOFILE, &before); } // leaves errno alone
+    } limit;
+    return call();
+}
 
 // Milliseconds that a call took.
 int64_t elapsed_ms(const std::function<void()> &call);
