@@ -26,7 +26,7 @@ ROUTERKIT_API int dns_writeResolvConf(const char *path, const uint32_t *servers,
 ROUTERKIT_API int dns_readResolvConf(const char *path, uint32_t *servers, unsigned max);
 
 /* Resolves a name by asking all servers at once, in up to 3 passes; the first usable reply counts.
- *   ifname       the interface to use, or null for any
+ *   ifname       the interface to use, or null for any (ENODEV for one that there is not)
  *   resolv_path  the name-server file
  *   addrs, max   receive the addresses in the reply's order, later ones are dropped
  *   timeout_ms   for the whole call; 0 is 10 seconds

@@ -29,6 +29,15 @@ constexpr int kUselessReply = -2;
 struct Results {
     uint32_t *addrs;
     unsigned max;
+
+    // Stores the only address, where there is room for one; the number stored.
+    [[nodiscard]] int store(uint32_t address) const {
+        if (max == 0) {
+            return 0;
+        }
+        addrs[0] = address;
+        return 1;
+    }
 };
 
 // One query, and whom to ask from which socket.
@@ -102,18 +111,8 @@ std::span<const uint32_t> read_servers(const char *path, uint32_t (&servers)[kMo
     return {servers, std::remove(servers, servers + std::max(count, 0), 0U)};
 }
 
-int resolve(const char *ifname, const char *resolv_path, const char *name, Results results, Ask ask,
-            uint32_t timeout_ms) {
-    if (name == nullptr || results.addrs == nullptr) {
-        return fail(EINVAL);
-    }
-    if (ipv4_isip(name) != 0) {
-        if (results.max == 0) {
-            return 0;
-        }
-        results.addrs[0] = ipv4_atoi(name);
-        return 1;
-    }
+int ask_servers(const char *ifname, const char *resolv_path, const char *name, Results results,
+                Ask ask, uint32_t timeout_ms) {
     uint8_t query[rk::dns::kMessageSize];
     size_t length = rk::dns::build_query(query, name);
     if (length == 0) {
@@ -132,6 +131,19 @@ int resolve(const char *ifname, const char *resolv_path, const char *name, Resul
         return -1;
     }
     return ask({fd.get(), servers, {query, length}, results}, Deadline::in(timeout_ms));
+}
+
+int resolve(const char *ifname, const char *resolv_path, const char *name, Results results, Ask ask,
+            uint32_t timeout_ms) {
+    if (name == nullptr || results.addrs == nullptr) {
+        return fail(EINVAL);
+    }
+    uint8_t octets[4];
+    const char *end = ipv4_aton(octets, name);
+    if (end != nullptr && *end == '\0') { // ipv4_isip, without parsing twice
+        return results.store(ipv4_ntoi(octets));
+    }
+    return ask_servers(ifname, resolv_path, name, results, ask, timeout_ms);
 }
 
 } // namespace
