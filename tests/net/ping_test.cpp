@@ -249,10 +249,11 @@ TEST_F(Ping, ReplyIsJudged) {
         {"sequence number 2", changed(6, 1), 0},
         {"sequence number, other byte", changed(7, 1), 0},
         {"payload", changed(20, 1), 0},
-        {"payload goes on without its end", payload("Hello, world!!"), 0},
-        {"what follows the text is free", changed(60, 1), 1},
+        // What lies in the buffer behind these is not the text.
         {"text cut short", payload("Hello, w"), 1},
         {"no payload", payload(""), 1},
+        {"payload goes on without its end", payload("Hello, world!!"), 0},
+        {"what follows the text is free", changed(60, 1), 1},
         {"odd length", payload(hello + "x"), 1},
         {"odd length, last byte not summed",
          [&](const std::string &request) { return in_ipv4(with_payload(request, hello) + "x"); },
@@ -297,6 +298,10 @@ TEST_F(Ping, LyingHeadersAreNotBelieved) {
         datagram[3] = static_cast<char>(total);
         EXPECT_EQ(result(datagram), 0) << "total length " << total;
     }
+    std::string seven = echo_reply(request);
+    seven = in_ipv4(summed(seven.substr(0, 7)) + seven.substr(7));
+    seven[3] = 27;
+    EXPECT_EQ(result(seven), 0) << "right but for the header's last byte";
     std::string beyond = good;
     beyond[2] = '\xff';
     EXPECT_EQ(result(beyond), 0);

@@ -1,10 +1,15 @@
 #include <routerkit/routes.h>
 
+#include <cstdarg>
 #include <cstring>
 #include <sstream>
 
 #include <net/if.h>
+#include <net/route.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "support/lab.h"
 
@@ -14,7 +19,23 @@ using lab::sh;
 
 namespace {
 
-constexpr uint32_t kOurs = 0x0a010002;    // 10.1.0.2
+rtentry asked; // the last record that went to the kernel
+
+} // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list args;
+    va_start(args, request);
+    void *argument = va_arg(args, void *);
+    va_end(args);
+    if (request == SIOCADDRT || request == SIOCDELRT) {
+        asked = *static_cast<rtentry *>(argument);
+    }
+    return static_cast<int>(::syscall(SYS_ioctl, fd, request, argument));
+}
+
+namespace {
+
 constexpr uint32_t kGateway = 0x0a010001; // 10.1.0.1
 constexpr uint32_t kHost = 0xc6336409;    // 198.51.100.9
 constexpr uint32_t kNetwork = 0xcb007100; // 203.0.113.0
@@ -65,6 +86,7 @@ TEST_F(Routes, EveryFormCarriesItsFlags) {
         std::string before = sh("ip route");
         EXPECT_EQ(route_add(one.destination, one.mask, one.gateway, one.ifname), 0) << one.shown;
         EXPECT_EQ(listed_flags(one.listed), one.flags) << one.shown;
+        EXPECT_EQ(asked.rt_flags, std::stoi(one.flags)) << one.shown;
         EXPECT_THAT(sh("ip route"), testing::HasSubstr(one.shown));
         EXPECT_THAT(route_add(one.destination, one.mask, one.gateway, one.ifname),
                     FailsWith(-1, EEXIST));
@@ -73,6 +95,13 @@ TEST_F(Routes, EveryFormCarriesItsFlags) {
         EXPECT_THAT(route_del(one.destination, one.mask, one.gateway, one.ifname),
                     FailsWith(-1, ESRCH));
     }
+}
+
+TEST_F(Routes, DestinationZeroIsNoHost) {
+    EXPECT_EQ(route_add(0, kHostMask, 0, "eth1"), 0);
+    EXPECT_EQ(asked.rt_flags, RTF_UP);
+    EXPECT_EQ(route_del(0, kHostMask, kGateway, nullptr), -1);
+    EXPECT_EQ(asked.rt_flags, RTF_UP | RTF_GATEWAY);
 }
 
 TEST_F(Routes, FailuresAreTheKernelsAndChangeNothing) {
@@ -194,6 +223,7 @@ TEST(RouteListing, IsScannedLineByLine) {
         {head + "ppp0\t0x0 0xff 0XFFFF -1 +2 3 000", 0xff000000, "ppp0"}, // as scanf reads numbers
         {head + lan + "br0 0000A8C0\n" + wan, 0},                         // a malformed line
         {head + "br0 0 0 1 0 zero 0 0\n" + wan, 0},
+        {head + lan + "br0 0 0 1 0 0 0\n" + wan, 0},
         {head + lan + "\n" + wan, 0}, // a blank one
         {head + std::string("\0", 1) + "\n" + wan, 0},
         {wan, 0}, // the first line never counts
