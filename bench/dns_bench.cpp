@@ -5,11 +5,12 @@
 #include <routerkit/files.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include <ares.h>
-#include <csignal>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>

@@ -56,8 +56,8 @@ bool mark_labels(uint8_t *name, size_t length) {
 }
 
 // Steps over a name: labels up to a zero byte, or up to a pointer to where the rest of the name
-// is (RFC 1035, 4.1.4). Both limits end it whatever the pointers do: a run of labels grows the
-// text, and what does not is a pointer.
+// is (RFC 1035, 4.1.4). Pointers may form loops: with their number and the text both limited, every
+// name comes to an end.
 bool skip_name(ByteReader &message) {
     ByteReader name = message; // goes where the pointers lead
     size_t text = 1;           // its NUL
