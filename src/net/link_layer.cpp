@@ -13,7 +13,6 @@
 #include "support/socket.h"
 
 using rk::ControlSocket;
-using rk::fail;
 using rk::IfRequest;
 
 namespace {
@@ -80,14 +79,8 @@ int arp_getMac(void *mac, uint32_t ip, const char *dev) {
     arpreq request = {};
     const sockaddr_in neighbour = rk::inet_endpoint(ip, 0);
     std::memcpy(&request.arp_pa, &neighbour, sizeof request.arp_pa);
-    if (dev != nullptr) {
-        size_t length = std::strlen(dev);
-        if (length >= sizeof request.arp_dev) {
-            return fail(ENODEV);
-        }
-        std::memcpy(request.arp_dev, dev, length);
-    }
-    if (::ioctl(control.get(), SIOCGARP, &request) < 0) {
+    if ((dev != nullptr && rk::set_device_name(request.arp_dev, dev) != 0) ||
+        ::ioctl(control.get(), SIOCGARP, &request) < 0) {
         return -1;
     }
     std::memcpy(mac, request.arp_ha.sa_data, kMacSize);

@@ -68,7 +68,7 @@ struct EchoRequest {
     // Is the datagram, from its IP header (RFC 791) on, a sound reply to this request?
     [[nodiscard]] bool answered_by(const uint8_t *datagram, size_t size) const {
         rk::ByteReader ip(datagram, size);
-        const size_t header_size = (ip.u8() & 15U) * 4;
+        const size_t header_size = size_t{4} * (ip.u8() & 15U);
         ip.take(1); // type of service
         const size_t total_size = ip.be16();
         // What was cut on receipt is not judged by its beginning.

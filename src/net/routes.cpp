@@ -11,7 +11,6 @@
 #include "support/lines.h"
 #include "support/socket.h"
 
-using rk::fail;
 using rk::retry_eintr;
 using rk::UniqueFd;
 
@@ -47,11 +46,9 @@ int change_route(unsigned long request, uint32_t destination, uint32_t mask, uin
     set_address(route.rt_genmask, mask);
     route.rt_flags = route_flags(destination, mask, gateway);
     if (ifname != nullptr) {
-        size_t length = std::strlen(ifname);
-        if (length >= sizeof device) {
-            return fail(ENODEV);
+        if (rk::set_device_name(device, ifname) != 0) {
+            return -1;
         }
-        std::memcpy(device, ifname, length);
         route.rt_dev = device;
     }
     rk::ControlSocket control;

@@ -36,6 +36,17 @@ inline int bind_to_device(int fd, const char *ifname) {
                              : fail(ENODEV);
 }
 
+// Puts a name into a kernel record. One of more than 15 characters names no interface: it must
+// never be taken for the one that has its first 15, so it is refused with ENODEV.
+[[nodiscard]] inline int set_device_name(char (&field)[IFNAMSIZ], const char *ifname) {
+    size_t length = std::strlen(ifname);
+    if (length >= sizeof field) {
+        return fail(ENODEV);
+    }
+    std::memcpy(field, ifname, length + 1);
+    return 0;
+}
+
 // A throw-away socket that only carries an ioctl to the network code.
 class ControlSocket : public UniqueFd {
   public:
