@@ -26,9 +26,11 @@ const uint8_t *as_bytes(const void *mac) {
 int mac_ntostr(char *buffer, const void *mac) {
     const uint8_t *byte = as_bytes(mac);
     char *out = buffer;
-    for (const uint8_t *end = byte + kMacLength; byte != end; ++byte) {
-        out = rk::put_hex(out, *byte);
-        *out++ = ':';
+#pragma GCC unroll 6
+    for (size_t i = 0; i < kMacLength; ++i) {
+        rk::put_hex_pair(out, byte[i]);
+        out[2] = ':';
+        out += 3;
     }
     *--out = '\0'; // in place of the last colon
     return static_cast<int>(out - buffer);
@@ -54,12 +56,13 @@ char *mac_ntoa_2(const void *mac) {
 int mac_aton(void *mac, const char *text) {
     auto *byte = static_cast<uint8_t *>(mac);
     const char *at = text;
+#pragma GCC unroll 6
     for (size_t i = 0; i < kMacLength; ++i) {
-        if (i != 0 && (*at == ':' || *at == '-')) {
+        if (i != 0 && (*at == ':' || *at == '-')) [[likely]] {
             ++at;
         }
-        unsigned pair = rk::read_hex_pair(at);
-        if (pair == rk::kNoPair) {
+        int pair = rk::read_hex_pair(at);
+        if (pair < 0) {
             return 0;
         }
         byte[i] = static_cast<uint8_t>(pair);
