@@ -67,7 +67,7 @@ char *hex_ntoa(const void *bytes, size_t count) {
         hex_ntostr(slot, rk::kAddressTextSize, bytes, count);
     } else {
         int length = hex_ntostr(slot, rk::kAddressTextSize, bytes, kShownOfLonger);
-        std::strcpy(slot + length, "...");
+        std::memcpy(slot + length, "...", sizeof "...");
     }
     return slot;
 }

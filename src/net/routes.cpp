@@ -104,14 +104,14 @@ uint32_t get_default_route(char *ifname) {
     }
     rk::LineReader<256> lines(fd.get());
     lines.next(); // the column headings
-    ListedRoute route;
+    ListedRoute route = {};
     while (lines.next() && route.parse(lines.line())) {
         if (!route.is_default()) {
             continue;
         }
         // A route through an IPv6 gateway is listed with the gateway 0.
         if (ifname != nullptr && route.gateway != 0) {
-            std::strcpy(ifname, route.ifname);
+            std::memcpy(ifname, route.ifname, sizeof route.ifname);
         }
         return ntohl(route.gateway);
     }

@@ -112,8 +112,11 @@ void bring_loopback_up() {
     ::close(fd);
 }
 
-// A datagram socket queues 10 messages by default: a test that logs more before it looks would hang.
-void let_log_lines_queue() { write_text("/proc/sys/net/unix/max_dgram_qlen", "1000"); }
+// A datagram socket queues 10 messages by default: a test that logs more before it looks would
+// hang.
+void let_log_lines_queue() {
+    write_text("/proc/sys/net/unix/max_dgram_qlen", "1000");
+}
 
 // Root inside, the calling user outside.
 void map_user(uid_t uid, gid_t gid) {

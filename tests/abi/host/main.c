@@ -4,8 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
-int main(void)
-{
+int main(void) {
     uint32_t address = ipv4_atoi("192.168.0.1");
     const char *text = strf("%s %s", ipv4_itoa(address), _WAN_IP_FILE);
 
