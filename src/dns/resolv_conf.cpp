@@ -51,7 +51,7 @@ int dns_readResolvConf(const char *path, uint32_t *servers, unsigned max) {
     unsigned count = 0;
     for (rk::Lines lines({text.get(), length}); count < max && lines.next();) {
         std::string_view line = lines.line();
-        if (line.starts_with(kKeyword)) {
+        if (rk::has_prefix(line, kKeyword)) {
             // Ended here, because ipv4_atoi would step over the newline as white space.
             text.get()[line.data() + line.size() - text.get()] = '\0';
             servers[count++] = ipv4_atoi(line.data() + kKeyword.size());

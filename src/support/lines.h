@@ -11,6 +11,12 @@
 
 namespace rk {
 
+// string_view's own starts_with needs the C++ runtime where the compiler does not optimise.
+inline bool has_prefix(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() &&
+           std::memcmp(text.data(), prefix.data(), prefix.size()) == 0;
+}
+
 // The lines of a text in memory, without their newlines; the last one needs none.
 //     for (Lines lines(text); lines.next();) { use(lines.line()); }
 class Lines {
