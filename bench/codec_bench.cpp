@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/ether.h>
@@ -38,65 +39,84 @@ void make_inputs() {
     }
 }
 
-std::string as_hex(const void *data, size_t size) {
+// The answers in a comparable form. Each leaves nothing behind for the other side to show.
+std::string take_hex(void *data, size_t size) {
     std::string text(2 * size + 1, '\0');
     text.resize(static_cast<size_t>(hex_ntostr(text.data(), text.size(), data, size)));
+    std::memset(data, 0, size);
     return text;
 }
 
-std::string in_lower_case(std::string text) {
+std::string take_lower_case(char *data) {
+    std::string text(data);
     for (char &character : text) {
         character = static_cast<char>(std::tolower(character));
     }
+    *data = '\0';
     return text;
+}
+
+std::string take_number(int &number) {
+    return std::to_string(std::exchange(number, -1));
 }
 
 void read_ipv4() {
     static in_addr address;
     static uint32_t number;
     static int valid;
-    bench::Row aton("ipv4_aton", kAddresses.size());
-    bench::Row atoi("ipv4_atoi", kAddresses.size());
-    bench::Row isip("ipv4_isip", kAddresses.size());
+    auto address_answer = [] { return take_hex(&address, sizeof address); };
+    auto valid_answer = [] { return take_number(valid); };
     auto peer = [](size_t i) { valid = inet_pton(AF_INET, kAddresses[i], &address); };
 
-    aton.ours([](size_t i) { ipv4_aton(&address, kAddresses[i]); },
-              [] { return std::to_string(address.s_addr); });
-    aton.peer("inet_pton", 0.45, peer, [] { return std::to_string(address.s_addr); });
+    bench::Row aton("ipv4_aton", kAddresses.size());
+    aton.ours([](size_t i) { ipv4_aton(&address, kAddresses[i]); }, address_answer);
+    aton.peer("inet_pton", 0.45, peer, address_answer);
+
+    bench::Row atoi("ipv4_atoi", kAddresses.size());
     atoi.ours([](size_t i) { number = ipv4_atoi(kAddresses[i]); },
-              [] { return std::to_string(htonl(number)); });
-    atoi.peer("inet_pton", 0.45, peer, [] { return std::to_string(address.s_addr); });
-    isip.ours([](size_t i) { valid = ipv4_isip(kAddresses[i]); },
-              [] { return std::to_string(valid); });
-    isip.peer("inet_pton", 0.45, peer, [] { return std::to_string(valid); });
+              [] {
+                  ipv4_iton(&address, number);
+                  return take_hex(&address, sizeof address);
+              });
+    atoi.peer("inet_pton", 0.45, peer, address_answer);
+
+    bench::Row isip("ipv4_isip", kAddresses.size());
+    isip.ours([](size_t i) { valid = ipv4_isip(kAddresses[i]); }, valid_answer);
+    isip.peer("inet_pton", 0.45, peer, valid_answer);
 }
 
 void write_ipv4() {
     static char text[16];
-    static const char *slot;
+    static char *slot;
     bench::Row ntostr("ipv4_ntostr", kAddresses.size());
-    ntostr.ours([](size_t i) { ipv4_ntostr(text, &addresses[i]); }, [] { return text; });
+    auto text_answer = [] { return take_lower_case(text); };
+    ntostr.ours([](size_t i) { ipv4_ntostr(text, &addresses[i]); }, text_answer);
     ntostr.peer(
         "inet_ntop", 0.05, [](size_t i) { inet_ntop(AF_INET, &addresses[i], text, sizeof text); },
-        [] { return text; });
+        text_answer);
 
     bench::Row ntoa("ipv4_ntoa", kAddresses.size());
-    ntoa.ours([](size_t i) { slot = ipv4_ntoa(&addresses[i]); }, [] { return slot; });
+    auto slot_answer = [] { return take_lower_case(slot); };
+    ntoa.ours([](size_t i) { slot = ipv4_ntoa(&addresses[i]); }, slot_answer);
     ntoa.peer(
-        "inet_ntoa", 0.15, [](size_t i) { slot = inet_ntoa(addresses[i]); }, [] { return slot; });
+        "inet_ntoa", 0.15, [](size_t i) { slot = inet_ntoa(addresses[i]); }, slot_answer);
 }
 
 void read_and_write_macs() {
     static ether_addr mac;
     static char text[18];
-    auto read_answer = [] { return as_hex(&mac, sizeof mac); };
+    auto read_answer = [] { return take_hex(&mac, sizeof mac); };
     bench::Row aton("mac_aton", kMacs.size());
     aton.ours([](size_t i) { mac_aton(&mac, kMacs[i]); }, read_answer);
     aton.peer(
         "ether_aton_r", 0.45, [](size_t i) { ether_aton_r(kMacs[i], &mac); }, read_answer);
 
     // The peer leaves out leading zeros, so the texts are compared by what they say.
-    auto write_answer = [] { return as_hex(ether_aton(text), sizeof(ether_addr)); };
+    auto write_answer = [] {
+        ether_aton_r(text, &mac);
+        *text = '\0';
+        return take_hex(&mac, sizeof mac);
+    };
     bench::Row ntostr("mac_ntostr", kMacs.size());
     ntostr.ours([](size_t i) { mac_ntostr(text, &macs[i]); }, write_answer);
     ntostr.peer(
@@ -106,14 +126,14 @@ void read_and_write_macs() {
 void read_and_write_hex() {
     static char text[2 * kBytes + 1];
     static uint8_t parsed[kBytes];
-    auto write_answer = [] { return in_lower_case(text); };
+    auto write_answer = [] { return take_lower_case(text); };
     bench::Row ntostr("hex_ntostr, 32 bytes");
     ntostr.ours([](size_t) { hex_ntostr(text, sizeof text, bytes, kBytes); }, write_answer);
     ntostr.peer(
         "base16_encode_update", 0.25, [](size_t) { base16_encode_update(text, kBytes, bytes); },
         write_answer);
 
-    auto read_answer = [] { return as_hex(parsed, sizeof parsed); };
+    auto read_answer = [] { return take_hex(parsed, sizeof parsed); };
     bench::Row aton("hex_aton, 32 bytes");
     aton.ours([](size_t) { hex_aton(parsed, kBytes, digits); }, read_answer);
     auto peer = [](size_t) {
