@@ -127,6 +127,16 @@ TEST(Hex, ReadsPairsUpToTheEndOfTheText) {
     }
 }
 
+TEST(Hex, TwentyTwoCharactersAreDigits) {
+    for (int character = 1; character < 256; ++character) {
+        int digit = std::isxdigit(character) != 0 ? 1 : 0;
+        const char first[] = {static_cast<char>(character), '0', '\0'};
+        const char second[] = {'0', static_cast<char>(character), '\0'};
+        EXPECT_EQ(hex_check(1, first), digit) << character;
+        EXPECT_EQ(hex_check(0, second), digit) << character;
+    }
+}
+
 TEST(Hex, LooksAtNothingBehindWhatItNeeds) {
     uint8_t bytes[4] = {};
     lab::Fenced pairs("0a0B"); // without a NUL

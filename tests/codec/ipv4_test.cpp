@@ -47,7 +47,7 @@ Parsed model(const char *text) {
 }
 
 void expect_parsed(const char *text) {
-    SCOPED_TRACE(testing::PrintToString(std::string(text)));
+    SCOPED_TRACE(text);
     Parsed wanted = model(text);
     uint8_t octets[5];
     std::memset(octets, kCanary, sizeof octets);
