@@ -13,7 +13,7 @@
  * ipv6_htoa and ipv6_nptoa share 8 others of 54 bytes. A result stays valid for 7 further calls on
  * its ring and is overwritten by the 8th.
  *
- * Nothing here allocates memory (but for the two hex files), logs, or reports through errno.
+ * Nothing here logs; nothing but the two hex files allocates memory or reports through errno.
  */
 #ifndef ROUTERKIT_CONVERSIONS_H
 #define ROUTERKIT_CONVERSIONS_H

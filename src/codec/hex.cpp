@@ -11,11 +11,15 @@
 
 namespace {
 
-// Several bytes become digits at once, side by side in one machine word: 4 on a 64-bit processor, 2
-// on a 32-bit one. The word goes byte by byte, which every processor can do at any address and in
-// any byte order, and which the compiler joins where one access will do.
+// Several bytes become digits at once, side by side in one machine word. The word is stored byte by
+// byte, which every processor can do at any address and in any byte order, and which the compiler
+// joins where one access will do.
 using Word = uintptr_t;
 constexpr size_t kBlock = sizeof(Word) / 2;
+
+// Two bytes at once, all that a word of 32 bits holds, take as many steps as two looks at the
+// digits.
+constexpr bool kBlocksPay = kBlock > 2;
 
 constexpr Word in_every_byte(Word value) {
     return ~Word{0} / 255 * value;
@@ -48,7 +52,7 @@ int hex_ntostr(char *buffer, size_t size, const void *bytes, size_t count) {
     }
     const auto *byte = static_cast<const uint8_t *>(bytes);
     size_t fitting = std::min(count, (size - 1) / 2);
-    size_t in_blocks = fitting - fitting % kBlock;
+    size_t in_blocks = kBlocksPay ? fitting - fitting % kBlock : 0;
     size_t i = 0;
 #pragma GCC unroll 2
     for (; i != in_blocks; i += kBlock) {
@@ -74,26 +78,28 @@ char *hex_ntoa(const void *bytes, size_t count) {
 
 int hex_aton(void *out, size_t count, const char *text) {
     auto *byte = static_cast<uint8_t *>(out);
-    const char *at = text;
+    size_t i = 0;
 #pragma GCC unroll 2
-    for (const uint8_t *end = byte + count; byte != end; ++byte) {
-        int pair = rk::read_hex_pair(at);
-        if (pair < 0) {
-            return pair == rk::kTextEnds ? static_cast<int>(at - text) : 0;
+    for (; i < count; ++i) {
+        int pair = rk::read_hex_pair(text + 2 * i);
+        if (pair == rk::kTextEnds) {
+            break;
         }
-        *byte = static_cast<uint8_t>(pair);
-        at += 2;
+        if (pair < 0) {
+            return 0;
+        }
+        byte[i] = static_cast<uint8_t>(pair);
     }
-    return static_cast<int>(at - text);
+    return static_cast<int>(2 * i);
 }
 
 int hex_check(size_t count, const char *text) {
     bool whole = count == 0;
-    for (; whole || count != 0; --count) {
-        if (rk::read_hex_pair(text) < 0) {
-            return whole && *text == '\0' ? 1 : 0;
+    for (size_t i = 0; whole || i < count; ++i) {
+        int pair = rk::read_hex_pair(text + 2 * i);
+        if (pair < 0) {
+            return whole && pair == rk::kTextEnds ? 1 : 0;
         }
-        text += 2;
     }
     return 1;
 }

@@ -1,7 +1,5 @@
 #include <routerkit/conversions.h>
 
-#include <cstring>
-
 #include "codec/text_ring.h"
 #include "support/bytes.h"
 
@@ -75,7 +73,7 @@ const char *parse_plain(const char *text, uint32_t &address) {
 }
 
 // Each octet is stored as soon as it is accepted. Returns where the fourth ends, or null.
-[[gnu::noinline]] const char *parse_any(const char *text, uint8_t *octets) {
+const char *parse_any(const char *text, uint8_t *octets) {
     for (int field = 0; field < 4; ++field) {
         if (field != 0 && *text++ != '.') {
             return nullptr;

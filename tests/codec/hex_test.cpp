@@ -145,6 +145,7 @@ TEST(Hex, LooksAtNothingBehindWhatItNeeds) {
     EXPECT_EQ(hex_check(2, pairs.data()), 1);
     EXPECT_EQ(hex_check(2, "abcdZZ"), 1);
     EXPECT_EQ(hex_aton(bytes, 4, "0a0B"), 4);
+    EXPECT_EQ(hex_aton(bytes, SIZE_MAX, "0a0B"), 4) << "as much as the text holds";
     EXPECT_EQ(hex_aton(bytes, 4, "0a0"), 0);
     EXPECT_EQ(hex_aton(bytes, 0, "zz"), 0);
     lab::Fenced end(std::string(1, '\0'));
