@@ -1,27 +1,52 @@
 // Integers in wire order at any alignment, on any processor.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace rk {
 
+// The copies become single accesses where the processor can do that at any address, and the shortest
+// replacement where it cannot (two instructions on MIPS).
+template <typename Value>
+Value load_native(const uint8_t *bytes) {
+    Value value;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+}
+
+inline constexpr bool kBigEndian = std::endian::native == std::endian::big;
+
 inline uint16_t load_be16(const uint8_t *bytes) {
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+    auto value = load_native<uint16_t>(bytes);
+    return kBigEndian ? value : __builtin_bswap16(value);
 }
 
 inline uint32_t load_be32(const uint8_t *bytes) {
-    return static_cast<uint32_t>(load_be16(bytes)) << 16 | load_be16(bytes + 2);
+    auto value = load_native<uint32_t>(bytes);
+    return kBigEndian ? value : __builtin_bswap32(value);
+}
+
+inline uint32_t load_le32(const uint8_t *bytes) {
+    auto value = load_native<uint32_t>(bytes);
+    return kBigEndian ? __builtin_bswap32(value) : value;
 }
 
 inline void store_be16(uint8_t *bytes, uint16_t value) {
-    bytes[0] = static_cast<uint8_t>(value >> 8);
-    bytes[1] = static_cast<uint8_t>(value);
+    value = kBigEndian ? value : __builtin_bswap16(value);
+    std::memcpy(bytes, &value, sizeof value);
 }
 
 inline void store_be32(uint8_t *bytes, uint32_t value) {
-    store_be16(bytes, static_cast<uint16_t>(value >> 16));
-    store_be16(bytes + 2, static_cast<uint16_t>(value));
+    value = kBigEndian ? value : __builtin_bswap32(value);
+    std::memcpy(bytes, &value, sizeof value);
+}
+
+inline void store_le32(uint8_t *bytes, uint32_t value) {
+    value = kBigEndian ? __builtin_bswap32(value) : value;
+    std::memcpy(bytes, &value, sizeof value);
 }
 
 // Walks a received message. A read past the end fails, and everything after it fails too, so a
