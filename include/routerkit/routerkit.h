@@ -4,14 +4,17 @@
 
 #include <routerkit/clocks.h>
 #include <routerkit/conversions.h>
+#include <routerkit/digests.h>
 #include <routerkit/dns.h>
 #include <routerkit/export.h>
 #include <routerkit/files.h>
+#include <routerkit/json.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/ping.h>
 #include <routerkit/routes.h>
 #include <routerkit/sockets.h>
 #include <routerkit/strings.h>
+#include <routerkit/tokens.h>
 #include <routerkit/wan.h>
 
 #endif
