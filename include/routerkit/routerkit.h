@@ -2,6 +2,7 @@
 #ifndef ROUTERKIT_ROUTERKIT_H
 #define ROUTERKIT_ROUTERKIT_H
 
+#include <routerkit/base64.h>
 #include <routerkit/clocks.h>
 #include <routerkit/conversions.h>
 #include <routerkit/digests.h>
