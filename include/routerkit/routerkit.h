@@ -8,10 +8,12 @@
 #include <routerkit/digests.h>
 #include <routerkit/dns.h>
 #include <routerkit/export.h>
+#include <routerkit/extender.h>
 #include <routerkit/files.h>
 #include <routerkit/json.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/ping.h>
+#include <routerkit/regex.h>
 #include <routerkit/routes.h>
 #include <routerkit/sockets.h>
 #include <routerkit/strings.h>
