@@ -4,12 +4,14 @@
 
 #include <routerkit/base64.h>
 #include <routerkit/clocks.h>
+#include <routerkit/commands.h>
 #include <routerkit/conversions.h>
 #include <routerkit/digests.h>
 #include <routerkit/dns.h>
 #include <routerkit/export.h>
 #include <routerkit/extender.h>
 #include <routerkit/files.h>
+#include <routerkit/iptables.h>
 #include <routerkit/json.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/ping.h>

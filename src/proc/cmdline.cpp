@@ -1,0 +1,101 @@
+#include "proc/cmdline.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "support/errno.h"
+#include "support/text_buffer.h"
+
+namespace rk {
+namespace {
+
+// Cuts a text at its end, and the spaces before that end off.
+void end_text(char *start, char *end) {
+    while (end > start && end[-1] == ' ') {
+        --end;
+    }
+    *end = '\0';
+}
+
+void drop_ampersand(char *text) {
+    size_t length = std::strlen(text);
+    if (length != 0 && text[length - 1] == '&') {
+        end_text(text, text + length - 1);
+    }
+}
+
+// Cuts the redirection off a text; the path of its file, or null.
+char *take_target(char *text) {
+    char *sign = std::strrchr(text, '>');
+    if (sign == nullptr || sign == text || sign[-1] == '\\' ||
+        std::strpbrk(sign, "'\"") != nullptr) {
+        return nullptr;
+    }
+    end_text(text, sign);
+    ++sign;
+    return sign + std::strspn(sign, " ");
+}
+
+// Unquotes the word at `from` in place and terminates it; returns where the text goes on.
+char *take_word(char *from) {
+    char *to = from;
+    char quote = '\0';
+    while (*from != '\0' && (quote != '\0' || *from != ' ')) {
+        bool escapes = *from == '\\' && from[1] != '\0';
+        bool opens = quote == '\0' && (*from == '\'' || *from == '"');
+        if (escapes) {
+            *to++ = from[1];
+            from += 2;
+        } else if (opens || *from == quote) {
+            quote = opens ? *from : '\0';
+            ++from;
+        } else {
+            *to++ = *from++;
+        }
+    }
+    char *rest = *from == '\0' ? from : from + 1;
+    *to = '\0';
+    return rest;
+}
+
+} // namespace
+
+int split_cmdline(char *(&words)[kWordSlots], char **target, char *text) {
+    drop_ampersand(text);
+    char *path = take_target(text);
+    if (target != nullptr) {
+        *target = path;
+    }
+    size_t count = 0;
+    bool blank = text[std::strspn(text, " ")] == '\0';
+    // Two spaces at the end make an empty word: the first one ended the word before it.
+    for (char *rest = text; !blank && *rest != '\0';) {
+        if (count == kWordSlots - 1) {
+            return fail(E2BIG);
+        }
+        words[count] = rest + std::strspn(rest, " ");
+        rest = take_word(words[count]);
+        ++count;
+    }
+    words[count] = nullptr;
+    return static_cast<int>(count);
+}
+
+bool CommandLine::parse(const char *format, va_list args) {
+    if (format == nullptr) {
+        errno = EINVAL;
+        return false;
+    }
+    TextWriter text(text_, sizeof text_);
+    if (!text.vformat(format, args)) {
+        errno = ENOBUFS;
+        return false;
+    }
+    int count = split_cmdline(words_, &target_, text_);
+    if (count == 0) {
+        errno = EINVAL;
+    }
+    return count > 0;
+}
+
+} // namespace rk

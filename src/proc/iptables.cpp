@@ -1,0 +1,80 @@
+#include <routerkit/iptables.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <syslog.h>
+
+#include <routerkit/commands.h>
+#include <routerkit/strings.h>
+
+#include "support/errno.h"
+#include "support/log.h"
+
+using rk::fail;
+
+namespace {
+
+constexpr size_t kLongestText = 255; // of strf
+
+// A change; failures are logged.
+int iptables_cmd(char letter, const char *table, const char *rule) {
+    if (rule == nullptr) {
+        return fail(EINVAL);
+    }
+    return table != nullptr ? lcmdf("iptables -t %s -%c %s", table, letter, rule)
+                            : lcmdf("iptables -%c %s", letter, rule);
+}
+
+// 0 if the rule is there, -1 if that could not be found out.
+int check(const char *table, const char *rule) {
+    if (rule == nullptr) {
+        return fail(EINVAL);
+    }
+    return table != nullptr ? qcmdf("iptables -t %s -C %s", table, rule)
+                            : qcmdf("iptables -C %s", rule);
+}
+
+} // namespace
+
+int iptables_add(const char *table, const char *rule) {
+    return iptables_cmd('A', table, rule);
+}
+
+int iptables_del(const char *table, const char *rule) {
+    return iptables_cmd('D', table, rule);
+}
+
+int iptables_flush(const char *table, const char *chain) {
+    return iptables_cmd('F', table, chain);
+}
+
+int iptables_check(const char *table, const char *rule) {
+    return check(table, rule) == 0 ? 1 : 0;
+}
+
+int iptables_smartadd(const char *table, const char *rule) {
+    return check(table, rule) == 0 ? 0 : iptables_add(table, rule);
+}
+
+int iptables_smartdel(const char *table, const char *rule) {
+    return check(table, rule) > 0 ? 0 : iptables_del(table, rule);
+}
+
+int iptables_set(int on, const char *table, const char *rule) {
+    return on != 0 ? iptables_smartadd(table, rule) : iptables_smartdel(table, rule);
+}
+
+int iptables_create_subchain(const char *table, const char *parent, const char *child) {
+    if (parent == nullptr || child == nullptr) {
+        errno = EINVAL;
+    } else if (std::strlen(parent) + std::strlen(" -j ") + std::strlen(child) > kLongestText) {
+        errno = ENOBUFS; // cut, the jump might lead to another chain
+    } else {
+        iptables_cmd('N', table, child);
+        iptables_cmd('A', table, strf("%s -j %s", parent, child));
+        return 0;
+    }
+    rk::log_at(LOG_ERR, "iptables_create_subchain: %m");
+    return 0;
+}

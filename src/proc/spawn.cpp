@@ -1,0 +1,223 @@
+#include "proc/spawn.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "support/errno.h"
+#include "support/log.h"
+#include "support/owning.h"
+#include "support/text_buffer.h"
+
+namespace rk {
+namespace {
+
+constinit char bin_path[] = "PATH=/bin";
+
+// Everything that a child needs, made before there is a child: it shares its parent's memory until
+// it execs, and only makes system calls.
+struct Launch {
+    char *const *words;
+    const Streams &streams;
+    const char *file; // the program, searched for along the caller's PATH
+    char *const *envp;
+    bool bin_only;
+    const char *complaint;
+    sigset_t mask = {};  // the host's
+    bool copied = false; // the child has a copy of the memory
+    int exec_error = 0;  // what the child reports
+};
+
+// As perror, without stdio.
+void print_error(const char *prefix, int error) {
+    TextBuffer<2048 + 128> line;
+    if (*prefix != '\0') {
+        line.append(prefix).append(": ");
+    }
+    line.append(std::strerror(error)).append('\n');
+    [[maybe_unused]] ssize_t ignored =
+        retry_eintr([&] { return ::write(STDERR_FILENO, line.c_str(), line.size()); });
+}
+
+// The words of a command, each followed by a space, as far as they fit; the last character is
+// dropped.
+void log_program(char *const *words) {
+    TextBuffer<255> text;
+    for (char *const *word = words; *word != nullptr; ++word) {
+        text.append(*word).append(' ');
+    }
+    log_at(LOG_ERR, "execvp(%s, [%.*s]): %m", words[0], static_cast<int>(text.size() - 1),
+           text.c_str());
+}
+
+void log_exec_failure(const Launch &launch) {
+    errno = launch.exec_error;
+    if (launch.bin_only) {
+        log_program(launch.words);
+    } else {
+        log_at(LOG_ERR, "execvp(%s): %m", launch.words[0]);
+    }
+}
+
+// --- In the child ---
+
+// A handler of the host would run on the host's memory.
+void default_handlers(bool ignore_interrupt) {
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction action;
+        if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
+            action.sa_handler != SIG_IGN) {
+            ::signal(number, SIG_DFL);
+        }
+    }
+    if (ignore_interrupt) {
+        ::signal(SIGINT, SIG_IGN);
+    }
+}
+
+// A descriptor that already has the number wanted, because the host runs without its standard
+// streams, only has to survive the exec.
+void attach(int fd, int target) {
+    if (fd == target) {
+        ::fcntl(fd, F_SETFD, 0);
+    } else {
+        ::dup2(fd, target);
+    }
+}
+
+// Attaches an output file to standard output, error or both; its own descriptor ends with the exec.
+void redirect_output(int mode, const char *path) {
+    int fd =
+        retry_eintr([&] { return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
+    if (fd < 0) {
+        int error = errno;
+        print_error(path, error);
+        ::_exit(error);
+    }
+    if (mode == kBoth || (mode & kOutput) != 0) {
+        attach(fd, STDOUT_FILENO);
+    }
+    if (mode == kBoth || (mode & kError) != 0) {
+        attach(fd, STDERR_FILENO);
+    }
+}
+
+void connect_streams(const Streams &streams) {
+    if (streams.quiet) {
+        redirect_output(kError, "/dev/null");
+    }
+    if (streams.close_error) {
+        ::close(STDERR_FILENO);
+    }
+    if (streams.file != nullptr) {
+        redirect_output(streams.file_mode, streams.file);
+    }
+    if (streams.pipe >= 0) {
+        attach(streams.pipe, streams.pipe_target);
+    }
+}
+
+[[noreturn]] void run_child(Launch &launch) {
+    default_handlers(launch.bin_only);
+    ::sigprocmask(SIG_SETMASK, &launch.mask, nullptr);
+    connect_streams(launch.streams);
+    ::execvpe(launch.file, launch.words, launch.envp);
+    int error = errno;
+    launch.exec_error = error;
+    if (launch.copied) {
+        log_exec_failure(launch);
+    }
+    if (launch.complaint != nullptr) {
+        print_error(launch.complaint, error);
+    }
+    ::_exit(launch.bin_only ? error : 1);
+}
+
+// --- In the parent ---
+
+// Opening a pipe waits for its reader, a terminal for its carrier: the host would wait too while
+// its memory is in use.
+bool open_may_wait(const char *path) {
+    struct stat status;
+    return path != nullptr && ::stat(path, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) ||
+            (S_ISCHR(status.st_mode) && status.st_rdev != makedev(1, 3))); // 1, 3 is /dev/null
+}
+
+// A function of its own, with nothing else in it that the child could spoil on its stack.
+[[gnu::noinline]] pid_t make_child(Launch &launch) {
+    // A fork copies the page tables, which takes a hundred times as long from a large host.
+    pid_t pid = launch.copied ? ::fork() : ::vfork(); // NOLINT(clang-analyzer-*)
+    if (pid == 0) {
+        run_child(launch);
+    }
+    return pid;
+}
+
+pid_t start(Launch &launch) {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, &launch.mask);
+    launch.copied = open_may_wait(launch.streams.file);
+    pid_t pid = make_child(launch);
+    ErrnoSaver keep;
+    ::sigprocmask(SIG_SETMASK, &launch.mask, nullptr);
+    if (launch.exec_error != 0) {
+        log_exec_failure(launch);
+    }
+    return pid;
+}
+
+// The caller's environment with PATH=/bin; null without memory.
+char **bin_environment() {
+    size_t count = 0;
+    while (environ != nullptr && environ[count] != nullptr) {
+        ++count;
+    }
+    auto **copy = static_cast<char **>(std::malloc((count + 2) * sizeof(char *)));
+    if (copy == nullptr) {
+        return nullptr;
+    }
+    size_t path = count;
+    for (size_t i = 0; i < count; ++i) {
+        copy[i] = environ[i];
+        if (path == count && std::strncmp(copy[i], "PATH=", 5) == 0) {
+            path = i;
+        }
+    }
+    copy[count] = nullptr;
+    copy[count + 1] = nullptr;
+    copy[path] = bin_path;
+    return copy;
+}
+
+} // namespace
+
+pid_t exec_program(char *const *words, const Streams &streams) {
+    // A longer name, cut here, is still too long for any file: ENAMETOOLONG.
+    TextBuffer<sizeof "/bin/" + NAME_MAX + 1> path;
+    const char *file = words[0];
+    if (*file != '\0' && std::strchr(file, '/') == nullptr) {
+        file = path.append("/bin/").append(file).c_str();
+    }
+    MallocPtr<char *> envp(bin_environment());
+    if (!envp) {
+        return -1;
+    }
+    Launch launch = {words, streams, file, envp.get(), true, words[0]};
+    return start(launch);
+}
+
+pid_t exec_from_path(char *const *words, const Streams &streams, const char *complaint) {
+    Launch launch = {words, streams, words[0], environ, false, complaint};
+    return start(launch);
+}
+
+} // namespace rk
