@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -106,6 +107,50 @@ std::string sh(const std::string &command) {
     }
     EXPECT_EQ(::pclose(pipe), 0) << command << "\n" << output;
     return output;
+}
+
+void put_program(const std::string &name, const std::string &script) {
+    if (!fs::exists("/run/bin")) {
+        fs::create_directory("/run/bin");
+        ASSERT_EQ(::mount("/bin", "/run/bin", nullptr, MS_BIND, nullptr), 0);
+        ASSERT_EQ(::mount("lab", "/bin", "tmpfs", 0, "mode=0755"), 0);
+        for (const auto &entry : fs::directory_iterator("/run/bin")) {
+            fs::create_symlink(entry.path(), "/bin" / entry.path().filename());
+        }
+    }
+    fs::remove("/bin/" + name);
+    put("/bin/" + name, script);
+    fs::permissions("/bin/" + name, fs::perms(0755));
+}
+
+Printed printed(const std::function<void()> &call) {
+    std::fflush(stdout);
+    std::array<int, 2> kept;
+    for (int fd : {1, 2}) {
+        int file = ::open(("/tmp/printed." + std::to_string(fd)).c_str(),
+                          O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+        kept[static_cast<size_t>(fd - 1)] = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+        ::dup2(file, fd);
+        ::close(file);
+    }
+    call();
+    int seen = errno;
+    for (int fd : {1, 2}) {
+        ::dup2(kept[static_cast<size_t>(fd - 1)], fd);
+        ::close(kept[static_cast<size_t>(fd - 1)]);
+    }
+    errno = seen;
+    return {get("/tmp/printed.1"), get("/tmp/printed.2")};
+}
+
+int in_child(const std::function<int()> &function) {
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        std::_Exit(function());
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
 }
 
 size_t open_descriptors() {

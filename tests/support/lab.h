@@ -36,6 +36,20 @@ bool exists(const std::string &path);
 // Runs a shell command that has to succeed; returns what it printed.
 std::string sh(const std::string &command);
 
+// Puts a script in place as /bin/<name>; /bin is the sandbox's own then, with all that was in it.
+void put_program(const std::string &name, const std::string &script);
+
+// What a call writes to standard output and to standard error.
+struct Printed {
+    std::string output;
+    std::string error;
+};
+Printed printed(const std::function<void()> &call);
+
+// Calls a function in a child process, where it may spoil what belongs to the process, and returns
+// its result; 100 and more for a death by signal. Expectations in it count for nothing.
+int in_child(const std::function<int()> &function);
+
 // --- Leaks ---
 
 size_t open_descriptors();

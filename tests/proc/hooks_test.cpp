@@ -1,0 +1,144 @@
+// Commands served by a function, commands through the shell, and events for the daemon.
+#include <routerkit/commands.h>
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include "support/lab.h"
+
+using lab::FailsWith;
+using lab::get;
+
+namespace {
+
+int seen_count;
+std::vector<std::string> seen_words;
+
+int remember(int argc, char **argv, const char *outPath) {
+    seen_count = argc;
+    seen_words.assign(argv, argv + argc);
+    seen_words.emplace_back(outPath == nullptr ? "none" : outPath);
+    return 77;
+}
+
+TEST(Hooks, EchoIsBuiltIn) {
+    lab::Census census;
+    EXPECT_STREQ(hooks.name, "echo");
+    EXPECT_EQ(hooks.handler, _echo);
+    int result = 0;
+    EXPECT_EQ(lab::printed([&] { result = RunSystemCmd(nullptr, "echo", "1", ""); }).output, "1\n");
+    EXPECT_EQ(result, 2);
+    lab::put("/tmp/x", "old and longer");
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", "b", ""), 2);
+    EXPECT_EQ(get("/tmp/x"), "ab");
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "a", "-nope", ""), 1);
+    EXPECT_EQ(get("/tmp/x"), "a");
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", ""), 1);
+    EXPECT_EQ(get("/tmp/x"), "\n");
+    EXPECT_THAT(RunSystemCmd("/tmp/no/x", "echo", "a", ""), FailsWith(-1, ENOENT));
+
+    std::string fits(1022, 'x');
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", fits.c_str(), ""), 1023);
+    EXPECT_THAT(RunSystemCmd("/tmp/x", "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
+    EXPECT_THAT(RunSystemCmd(nullptr, "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
+    EXPECT_EQ(get("/tmp/x"), fits + "\n");
+}
+
+TEST(Hooks, ReplacedAndSwitchedOff) {
+    lab::Census census;
+    lab::put_program("echo", "#!/bin/sh\nprintf 'program %s' \"$*\"\n");
+    command_hooks_t kept = hooks;
+    hooks = {"filter", remember};
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "filter", "on", ""), 77);
+    EXPECT_EQ(seen_count, 2);
+    EXPECT_THAT(seen_words, testing::ElementsAre("filter", "on", "/tmp/x"));
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", ""), 0);
+    EXPECT_EQ(get("/tmp/x"), "program -n a");
+    hooks = {"echo", nullptr};
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "b", ""), 0);
+    EXPECT_EQ(get("/tmp/x"), "program b");
+    hooks = kept;
+}
+
+TEST(Hooks, WordsOfASystemCommand) {
+    lab::Census census;
+    EXPECT_THAT(RunSystemCmd(nullptr, ""), FailsWith(-1, EINVAL));
+    EXPECT_THAT(RunSystemCmd(nullptr, "true", static_cast<char *>(nullptr)), FailsWith(-1, EINVAL));
+    char *none[] = {nullptr};
+    EXPECT_THAT(DoCmd(none, nullptr), FailsWith(-1, EINVAL));
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "sh", "-c", "exit $#", "0", "1", "2", "3", "4", "5", "6", "7",
+                           "8", "9", "10", "11", "12", "13", "14", "15", "16", "17", "18", "19",
+                           "20", "21", ""),
+              21);
+    EXPECT_THAT(RunSystemCmd("/tmp/y", "echo", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10",
+                             "11", "12", "13", "14", "15", "16", "17", "18", "19", "20", "21", "22",
+                             "23", "24", "25", ""),
+                FailsWith(-1, E2BIG));
+    EXPECT_FALSE(lab::exists("/tmp/y"));
+}
+
+TEST(Shell, FormattedCommands) {
+    lab::Census census;
+    auto unchecked = reinterpret_cast<int (*)(const char *, ...)>(systemf);
+    EXPECT_EQ(systemf("exit %d", 3), 3 << 8) << "system's raw result";
+    EXPECT_EQ(systemf("echo $((6*%d)) > /tmp/x", 7), 0);
+    EXPECT_EQ(get("/tmp/x"), "42\n");
+    EXPECT_THAT(unchecked(nullptr), FailsWith(-1, EINVAL));
+    EXPECT_THAT(unchecked(""), FailsWith(-1, EINVAL));
+    EXPECT_THAT(systemf("touch /tmp/y %s", std::string(2034, 'x').c_str()), FailsWith(-1, ENOBUFS));
+    EXPECT_FALSE(lab::exists("/tmp/y"));
+}
+
+TEST(Shell, BatchesGoOnAfterAFailure) {
+    lab::Census census;
+    std::string longer = "false " + std::string(3000, 'x');
+    lab::put("/tmp/batch", "echo one\n\nexit 3\n" + longer + "\n \necho last");
+    int result = -2;
+    lab::Printed printed = lab::printed([&] { result = execBatch("/tmp/batch"); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(printed.output, "one\nlast\n");
+    EXPECT_EQ(printed.error,
+              "batch 'exit 3' failed\nbatch '" + longer.substr(0, 2040) + "' failed\n");
+    EXPECT_THAT(execBatch("/tmp/missing"), FailsWith(-1, ENOENT));
+}
+
+TEST(Reinit, TheClientsWords) {
+    lab::Census census;
+    lab::put_program("reinitCli", "#!/bin/sh\nprintf '<%s>' \"$@\" > /tmp/words\nexit 5\n");
+    std::string pid = std::to_string(::getpid());
+    EXPECT_EQ(reinitEvent("wan", "idx=%d", 2), 5);
+    EXPECT_EQ(get("/tmp/words"), "<-e><wan><-d><pid=" + pid + ",idx=2>");
+    EXPECT_EQ(reinitApply(), 5);
+    EXPECT_EQ(get("/tmp/words"), "<-e><apply><-d><pid=" + pid + ">");
+    EXPECT_EQ(_waitpid(forkReinitEvent("a b", "%s", "")), 5);
+    EXPECT_EQ(get("/tmp/words"), "<-e><a b><-d><pid=" + pid + ",>");
+
+    std::string data(4095 - std::string("pid=," + pid).size(), 'x');
+    EXPECT_EQ(reinitEvent("wan", "%s", data.c_str()), 5);
+    EXPECT_EQ(get("/tmp/words"), "<-e><wan><-d><pid=" + pid + "," + data + ">");
+    lab::put("/tmp/words", "");
+    EXPECT_THAT(reinitEvent("wan", "%sx", data.c_str()), FailsWith(-1, ENOBUFS));
+    EXPECT_THAT(forkReinitEvent("wan", "%sx", data.c_str()), FailsWith(-1, ENOBUFS));
+    EXPECT_THAT(reinitEvent(nullptr, nullptr), FailsWith(-1, EINVAL));
+    EXPECT_EQ(get("/tmp/words"), "");
+}
+
+TEST(Reinit, TheClientIsSearchedForAlongTheHostsPath) {
+    lab::Census census;
+    std::string path = ::getenv("PATH");
+    ::setenv("PATH", "/tmp/tools", 1);
+    int status = -2;
+    lab::Printed printed = lab::printed([&] { status = reinitApply(); });
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(printed.error, "");
+    EXPECT_THAT(lab::take_log(),
+                testing::ElementsAre("err: execvp(reinitCli): No such file or directory"));
+    lab::put("/tmp/tools/reinitCli", "#!/bin/sh\nexit 8\n");
+    ::setenv("PATH", (path + ":/tmp/tools").c_str(), 1);
+    EXPECT_EQ(lab::sh("chmod +x /tmp/tools/reinitCli"), "");
+    EXPECT_EQ(reinitApply(), 8);
+    ::setenv("PATH", path.c_str(), 1);
+}
+
+} // namespace

@@ -1,0 +1,127 @@
+// Against the real iptables, in the sandbox's own network namespace.
+#include <routerkit/iptables.h>
+
+#include <cstdlib>
+
+#include <routerkit/strings.h>
+
+#include "support/lab.h"
+
+using lab::FailsWith;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+class Iptables : public testing::Test {
+  protected:
+    void SetUp() override {
+        // Debian keeps it beside the system's administration tools, not in /bin.
+        lab::put_program("iptables", "#!/bin/sh\nexec /usr/sbin/iptables \"$@\"\n");
+        if (std::system("/bin/iptables -t nat -S > /tmp/output 2>&1") != 0) {
+            GTEST_SKIP() << "no iptables here: " << lab::get("/tmp/output");
+        }
+        lab::sh("iptables -F; iptables -X; iptables -t nat -F");
+    }
+};
+
+std::string rules(const std::string &chain) {
+    return lab::sh("iptables -S " + chain + " | grep -v '^-[PN]' || true");
+}
+
+TEST_F(Iptables, RulesComeAndGo) {
+    lab::Census census;
+    const char *rule = "INPUT -p icmp -j DROP";
+    const std::string listed = "-A INPUT -p icmp -j DROP\n";
+    EXPECT_EQ(iptables_check(nullptr, rule), 0);
+    EXPECT_EQ(iptables_smartdel(nullptr, rule), 0);
+    EXPECT_EQ(iptables_add(nullptr, rule), 0);
+    EXPECT_EQ(iptables_check(nullptr, rule), 1);
+    EXPECT_EQ(iptables_check("filter", rule), 1);
+    EXPECT_EQ(iptables_check("filter", "INPUT -p udp -j DROP"), 0);
+    EXPECT_EQ(iptables_smartadd(nullptr, rule), 0);
+    EXPECT_EQ(rules("INPUT"), listed) << "one copy";
+    EXPECT_EQ(iptables_add("filter", rule), 0);
+    EXPECT_EQ(rules("INPUT"), listed + listed) << "added twice";
+    EXPECT_EQ(iptables_del(nullptr, rule), 0);
+    EXPECT_EQ(rules("INPUT"), listed);
+    EXPECT_EQ(iptables_smartdel("filter", rule), 0);
+    EXPECT_EQ(rules("INPUT"), "");
+    EXPECT_THAT(lab::take_log(), IsEmpty()) << "checks are silent";
+}
+
+TEST_F(Iptables, SwitchedRules) {
+    lab::Census census;
+    const char *rule = "INPUT -m comment --comment \"two words\" -j ACCEPT";
+    const std::string listed = "-A INPUT -m comment --comment \"two words\" -j ACCEPT\n";
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(iptables_set(1, "filter", rule), 0);
+        EXPECT_EQ(rules("INPUT"), listed);
+    }
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(iptables_set(0, nullptr, rule), 0);
+        EXPECT_EQ(rules("INPUT"), "");
+    }
+    EXPECT_THAT(lab::take_log(), IsEmpty());
+}
+
+TEST_F(Iptables, Chains) {
+    lab::Census census;
+    char *before = strf("before");
+    EXPECT_EQ(iptables_create_subchain("filter", "FORWARD", "fw_custom"), 0);
+    EXPECT_EQ(strf("after"), before + 512) << "one slot of strf";
+    EXPECT_EQ(rules("FORWARD"), "-A FORWARD -j fw_custom\n");
+    EXPECT_EQ(iptables_add(nullptr, "fw_custom -j RETURN"), 0);
+    EXPECT_THAT(lab::take_log(), IsEmpty());
+
+    EXPECT_EQ(iptables_create_subchain(nullptr, "FORWARD", "fw_custom"), 0);
+    EXPECT_EQ(rules("FORWARD"), "-A FORWARD -j fw_custom\n-A FORWARD -j fw_custom\n");
+    EXPECT_THAT(lab::take_log(), ElementsAre("err: (1)\"iptables: Chain already exists.\" < "
+                                             "iptables -N fw_custom "));
+
+    EXPECT_EQ(iptables_flush(nullptr, "fw_custom"), 0);
+    EXPECT_EQ(rules("fw_custom"), "");
+    EXPECT_EQ(iptables_add("nat", "POSTROUTING -j RETURN"), 0);
+    EXPECT_EQ(iptables_check("nat", "POSTROUTING -j RETURN"), 1);
+    EXPECT_EQ(iptables_flush("nat", "POSTROUTING"), 0);
+    EXPECT_EQ(iptables_check("nat", "POSTROUTING -j RETURN"), 0);
+    EXPECT_EQ(rules("FORWARD"), "-A FORWARD -j fw_custom\n-A FORWARD -j fw_custom\n");
+}
+
+TEST_F(Iptables, BadRulesAreLoggedInItsOwnWords) {
+    lab::Census census;
+    EXPECT_EQ(iptables_add(nullptr, "INPUT -p nonsense -j DROP"), 2);
+    EXPECT_THAT(lab::take_log(),
+                ElementsAre(testing::MatchesRegex(
+                    "err: \\(2\\)\"iptables v.*: unknown protocol \"nonsense\" specified\" < "
+                    "iptables -A INPUT -p nonsense -j DROP ")));
+    EXPECT_EQ(iptables_del("nat", "POSTROUTING -j RETURN"), 1);
+    EXPECT_THAT(lab::take_log(), ElementsAre(StartsWith("err: (1)\"iptables: Bad rule")));
+    EXPECT_EQ(iptables_smartadd(nullptr, "NOWHERE -j DROP"), 1);
+    EXPECT_THAT(lab::take_log(), testing::SizeIs(1));
+}
+
+TEST_F(Iptables, CommandsThatDoNotFitAreRefused) {
+    lab::Census census;
+    std::string longer(2100, 'x');
+    const char *rule = longer.c_str();
+    for (const char *table : {static_cast<const char *>(nullptr), "filter"}) {
+        EXPECT_THAT(iptables_add(table, rule), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(iptables_flush(table, rule), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(iptables_smartadd(table, rule), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(iptables_set(0, table, rule), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(iptables_smartdel(table, nullptr), FailsWith(-1, EINVAL));
+        EXPECT_EQ(iptables_check(table, rule), 0);
+    }
+    EXPECT_THAT(lab::take_log(), IsEmpty());
+    std::string name(126, 'x');
+    EXPECT_EQ(iptables_create_subchain(nullptr, name.c_str(), name.c_str()), 0);
+    EXPECT_THAT(lab::take_log(),
+                ElementsAre("err: iptables_create_subchain: No buffer space available"));
+    EXPECT_EQ(iptables_create_subchain(nullptr, "FORWARD", nullptr), 0);
+    EXPECT_THAT(lab::take_log(), ElementsAre("err: iptables_create_subchain: Invalid argument"));
+    EXPECT_EQ(rules("FORWARD"), "");
+}
+
+} // namespace
