@@ -209,7 +209,7 @@ TEST(Commands, OutputFilesThatCannotBeOpened) {
 TEST(Commands, RefusedBeforeAnythingRuns) {
     lab::Census census;
     char buffer[8];
-    std::string room(2042, ' ');
+    std::string room(2033, ' '); // makes 2048 characters below
     std::string words = "touch /tmp/made";
     for (int i = 2; i < 31; ++i) {
         words += " /tmp/made";
@@ -239,8 +239,7 @@ TEST(Commands, RefusedBeforeAnythingRuns) {
     }
     EXPECT_FALSE(lab::exists("/tmp/made"));
     EXPECT_EQ(cmdf("%s", words.c_str()), 0) << "31 words";
-    EXPECT_EQ(cmdf("true%s", room.c_str() + 1), 0) << "2045 characters";
-    EXPECT_EQ(cmdf("true%s", (room + " ").c_str()), 0) << "2047 characters";
+    EXPECT_EQ(cmdf("/bin///////true%s", room.c_str() + 1), 0) << "2047 characters";
     EXPECT_THAT(lab::without_descriptors([&] { return sncmdf(buffer, 8, "true"); }),
                 FailsWith(-1, EMFILE));
     EXPECT_THAT(lab::without_descriptors([] { return lcmdf("true"); }), FailsWith(-1, EMFILE));

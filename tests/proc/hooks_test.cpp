@@ -86,7 +86,7 @@ TEST(Shell, FormattedCommands) {
     EXPECT_EQ(get("/tmp/x"), "42\n");
     EXPECT_THAT(unchecked(nullptr), FailsWith(-1, EINVAL));
     EXPECT_THAT(unchecked(""), FailsWith(-1, EINVAL));
-    EXPECT_THAT(systemf("touch /tmp/y %s", std::string(2034, 'x').c_str()), FailsWith(-1, ENOBUFS));
+    EXPECT_THAT(systemf("touch /tmp/y %s", std::string(2035, 'x').c_str()), FailsWith(-1, ENOBUFS));
     EXPECT_FALSE(lab::exists("/tmp/y"));
 }
 
