@@ -36,17 +36,15 @@ constexpr size_t kLogText = 512; // of the logging runner: captured text and wor
     return rk::exec_program(command.words(), streams);
 }
 
-// Fills the buffer from the pipe, terminates it and closes the pipe. The bytes read, or -1.
-int read_all(UniqueFd &pipe, char *buffer, size_t size) {
+// Fills the buffer from a pipe until that ends or the buffer is full, and terminates the text.
+void read_all(int pipe, char *buffer, size_t size) {
     size_t used = 0;
     ssize_t count = 1;
     while (used < size - 1 && count > 0) {
-        count = retry_eintr([&] { return ::read(pipe.get(), buffer + used, size - 1 - used); });
+        count = retry_eintr([&] { return ::read(pipe, buffer + used, size - 1 - used); });
         used += count > 0 ? static_cast<size_t>(count) : 0;
     }
     buffer[used] = '\0';
-    pipe.reset();
-    return count < 0 ? -1 : static_cast<int>(used);
 }
 
 // Moves a descriptor above the standard ones, which a child replaces; -1 on failure.
@@ -58,7 +56,8 @@ int above_standard(int fd) {
     return ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-// Starts a command and takes what comes from one of its standard descriptors; the child's pid, or
+// Starts a command and takes what comes from one of its standard descriptors. The pipe closes
+// before anybody waits for the child: one that goes on writing gets SIGPIPE. The child's pid, or
 // -1.
 pid_t capture(const CommandLine &command, Streams streams, int captured, char *buffer,
               size_t size) {
@@ -76,7 +75,7 @@ pid_t capture(const CommandLine &command, Streams streams, int captured, char *b
     pid_t pid = rk::exec_from_path(command.words(), streams, "execvp failed");
     to.reset();
     if (pid >= 0) {
-        read_all(from, buffer, size);
+        read_all(from.get(), buffer, size);
     }
     return pid;
 }

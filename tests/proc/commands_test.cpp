@@ -167,6 +167,7 @@ TEST(Commands, FailuresAreLoggedWithTheirFirstErrorLine) {
 TEST(Commands, ProgramsThatCannotBeRun) {
     lab::Census census;
     lab::put("/tmp/text", "not a program");
+    ::setenv("PATH", "/usr/bin:/bin", 1); // a folder that we may not search would be another errno
     char buffer[64] = "before";
     lab::Printed printed = lab::printed([&] {
         EXPECT_EQ(cmdf("nosuch a 'b c'"), ENOENT);

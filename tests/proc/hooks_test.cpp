@@ -135,7 +135,7 @@ TEST(Reinit, TheClientIsSearchedForAlongTheHostsPath) {
     EXPECT_THAT(lab::take_log(),
                 testing::ElementsAre("err: execvp(reinitCli): No such file or directory"));
     lab::put("/tmp/tools/reinitCli", "#!/bin/sh\nexit 8\n");
-    ::setenv("PATH", (path + ":/tmp/tools").c_str(), 1);
+    ::setenv("PATH", ("/tmp/tools:" + path).c_str(), 1);
     EXPECT_EQ(lab::sh("chmod +x /tmp/tools/reinitCli"), "");
     EXPECT_EQ(reinitApply(), 8);
     ::setenv("PATH", path.c_str(), 1);

@@ -138,16 +138,18 @@ TEST_P(SpawnBothWays, HandlersOfTheHostNeverRunInTheChild) {
 
 TEST(Spawn, EnvironmentOfTheProgram) {
     char *first[] = {const_cast<char *>("A=1"), const_cast<char *>("PATH=/usr/bin:/bin"),
-                     const_cast<char *>("PATHS=2"), nullptr};
+                     const_cast<char *>("PATHS=2"), const_cast<char *>("PATH=/x"), nullptr};
     char *second[] = {const_cast<char *>("A=1"), nullptr};
     char **kept = environ;
     char output[256];
 
     environ = first;
     EXPECT_EQ(cmdf("env > /tmp/env"), 0);
-    EXPECT_THAT(environment_of(get("/tmp/env")), ElementsAre("A=1", "PATH=/bin", "PATHS=2"));
+    EXPECT_THAT(environment_of(get("/tmp/env")),
+                ElementsAre("A=1", "PATH=/bin", "PATHS=2", "PATH=/x"));
     EXPECT_EQ(sncmdf(output, sizeof output, "env"), 0);
-    EXPECT_THAT(environment_of(output), ElementsAre("A=1", "PATH=/usr/bin:/bin", "PATHS=2"));
+    EXPECT_THAT(environment_of(output),
+                ElementsAre("A=1", "PATH=/usr/bin:/bin", "PATHS=2", "PATH=/x"));
     EXPECT_STREQ(::getenv("PATH"), "/usr/bin:/bin");
     environ = second;
     EXPECT_EQ(cmdf("env > /tmp/env"), 0);
