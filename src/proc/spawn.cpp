@@ -187,12 +187,14 @@ pid_t start(Launch &launch) {
     ::sigfillset(&all);
     ::sigprocmask(SIG_SETMASK, &all, &launch.mask);
     launch.copied = open_may_wait(launch.streams.file);
+    int before = errno;
     pid_t pid = make_child(launch);
-    ErrnoSaver keep;
+    int error = pid < 0 ? errno : before; // errno is memory that the child shares, too
     ::sigprocmask(SIG_SETMASK, &launch.mask, nullptr);
     if (launch.exec_error != 0) {
         log_exec_failure(launch);
     }
+    errno = error;
     return pid;
 }
 

@@ -267,6 +267,9 @@ TEST(Commands, ExitStatuses) {
     EXPECT_THAT(_waitpid(::getpid()), FailsWith(-1, ECHILD));
     EXPECT_EQ(cmdf("sh -c 'kill -9 $$'"), 9);
     EXPECT_EQ(cmdf("sh -c 'exit 300'"), 300 & 255);
+    errno = EXDEV;
+    EXPECT_EQ(_waitpid(forkcmdf("nosuch")), ENOENT);
+    EXPECT_EQ(errno, EXDEV) << "not the child's";
 }
 
 } // namespace
