@@ -11,7 +11,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "proc/clean_clone.h"
 #include "support/errno.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -31,8 +30,7 @@ struct Launch {
     char *const *envp;
     bool bin_only;
     const char *complaint;
-    sigset_t mask = {}; // the host's
-    bool handlers_reset = false;
+    sigset_t mask = {};  // the host's
     bool copied = false; // the child has a copy of the memory
     int exec_error = 0;  // what the child reports
 };
@@ -124,9 +122,7 @@ void connect_streams(const Streams &streams) {
 }
 
 [[noreturn]] void run_child(Launch &launch) {
-    if (!launch.handlers_reset) {
-        default_handlers();
-    }
+    default_handlers();
     if (launch.bin_only) {
         ::signal(SIGINT, SIG_IGN);
     }
@@ -155,31 +151,14 @@ bool open_may_wait(const char *path) {
             (S_ISCHR(status.st_mode) && status.st_rdev != makedev(1, 3))); // 1, 3 is /dev/null
 }
 
-// Functions of their own, with nothing else in them that the child could spoil on its stack.
-[[gnu::noinline]] pid_t clone_child(Launch &launch) {
-    launch.handlers_reset = true;
-    long pid = clean_clone<Launch>([](Launch *child) { run_child(*child); }, &launch);
-    launch.handlers_reset = pid > 0;
-    return static_cast<pid_t>(pid);
-}
-
-[[gnu::noinline]] pid_t fork_child(Launch &launch) {
-    // A fork copies the page tables, which takes a hundred times as long from a large host.
+// A function of its own, with nothing else in it that the child could spoil on its stack. A fork
+// copies the page tables, which takes a hundred times as long from a large host.
+[[gnu::noinline]] pid_t make_child(Launch &launch) {
     pid_t pid = launch.copied ? ::fork() : ::vfork(); // NOLINT(clang-analyzer-*)
     if (pid == 0) {
         run_child(launch);
     }
     return pid;
-}
-
-pid_t make_child(Launch &launch) {
-    if (!launch.copied) {
-        pid_t pid = clone_child(launch);
-        if (pid > 0) {
-            return pid;
-        }
-    }
-    return fork_child(launch);
 }
 
 pid_t start(Launch &launch) {

@@ -6,12 +6,8 @@
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,31 +41,8 @@ std::vector<std::string> environment_of(const std::string &output) {
     return entries;
 }
 
-// With the kernel's newer way of making a child, and as on a kernel without it.
-class SpawnBothWays : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(, SpawnBothWays, testing::Bool(),
-                         [](const auto &way) { return way.param ? "OldKernel" : "NewKernel"; });
-
-void refuse_clone3() {
-    sock_filter program[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    sock_fprog filter = {std::size(program), program};
-    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
-        std::_Exit(99);
-    }
-}
-
-TEST_P(SpawnBothWays, SignalsAreThoseOfAForkAndExec) {
-    bool old_kernel = GetParam();
-    int result = lab::in_child([old_kernel] {
-        if (old_kernel) {
-            refuse_clone3();
-        }
+TEST(Spawn, SignalsAreThoseOfAForkAndExec) {
+    int result = lab::in_child([] {
         sigset_t blocked;
         ::sigemptyset(&blocked);
         ::sigaddset(&blocked, SIGUSR2);
@@ -103,16 +76,12 @@ TEST_P(SpawnBothWays, SignalsAreThoseOfAForkAndExec) {
 
 // A signal to the whole process group reaches children before they exec, too: it must not run the
 // host's handler there, on the host's memory.
-TEST_P(SpawnBothWays, HandlersOfTheHostNeverRunInTheChild) {
-    bool old_kernel = GetParam();
+TEST(Spawn, HandlersOfTheHostNeverRunInTheChild) {
     static std::atomic<int> *strangers;
     static pid_t host;
     strangers = static_cast<std::atomic<int> *>(::mmap(
         nullptr, sizeof *strangers, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    int result = lab::in_child([old_kernel] {
-        if (old_kernel) {
-            refuse_clone3();
-        }
+    int result = lab::in_child([] {
         host = ::getpid();
         ::setpgid(0, 0);
         ::signal(SIGUSR1, [](int) { *strangers += ::getpid() == host ? 0 : 1; });
