@@ -6,6 +6,7 @@
 #include <routerkit/clocks.h>
 #include <routerkit/commands.h>
 #include <routerkit/conversions.h>
+#include <routerkit/crash.h>
 #include <routerkit/digests.h>
 #include <routerkit/dns.h>
 #include <routerkit/export.h>
@@ -15,6 +16,7 @@
 #include <routerkit/json.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/ping.h>
+#include <routerkit/processes.h>
 #include <routerkit/regex.h>
 #include <routerkit/routes.h>
 #include <routerkit/sockets.h>

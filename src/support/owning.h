@@ -1,9 +1,10 @@
-// Owners of what must be given back: descriptors and heap blocks. All of them keep errno while they
-// clean up, so that a failure can be returned straight from the middle of a function.
+// Owners of what must be given back: descriptors, folders and heap blocks. All of them keep errno
+// while they clean up, so that a failure can be returned straight from the middle of a function.
 #pragma once
 
 #include <cstdlib>
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include "support/errno.h"
@@ -37,6 +38,26 @@ class UniqueFd {
 
   private:
     int fd_;
+};
+
+// A folder being listed, or null. The stream is a heap block of the C library's.
+class UniqueDir {
+  public:
+    explicit UniqueDir(DIR *dir) : dir_(dir) {}
+    ~UniqueDir() {
+        if (dir_ != nullptr) {
+            ErrnoSaver keep;
+            ::closedir(dir_);
+        }
+    }
+    UniqueDir(const UniqueDir &) = delete;
+    UniqueDir &operator=(const UniqueDir &) = delete;
+
+    explicit operator bool() const { return dir_ != nullptr; }
+    [[nodiscard]] DIR *get() const { return dir_; }
+
+  private:
+    DIR *dir_;
 };
 
 // A block from malloc, or null.
