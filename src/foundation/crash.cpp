@@ -2,9 +2,11 @@
 
 #include <csetjmp>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 
+#include <dlfcn.h>
 #include <execinfo.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -34,6 +36,7 @@ constexpr int kQuietSeconds = 5;
 constexpr int kFaults[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
 
 constinit volatile sig_atomic_t reporter = 0;    // the process whose end is being reported
+constinit volatile sig_atomic_t dumping = 0;     // that report has come to its backtrace
 constinit volatile sig_atomic_t quiet_until = 0; // on the clock of get_monotonic_sec
 
 sigset_t all_but_faults() {
@@ -90,15 +93,39 @@ void limit_report() {
     ::sigprocmask(SIG_SETMASK, &rest, nullptr);
 }
 
+// A backtrace without the heap, in the form of backtrace_symbols.
+void dump_stack_plainly() {
+    void *frames[kFrames];
+    int count = ::backtrace(frames, kFrames);
+    for (int i = 0; i < count; ++i) {
+        Dl_info place = {};
+        ::dladdr(frames[i], &place);
+        const void *base = place.dli_saddr != nullptr ? place.dli_saddr : place.dli_fbase;
+        ptrdiff_t offset = static_cast<const char *>(frames[i]) - static_cast<const char *>(base);
+        ::syslog(LOG_DEBUG, "%s(%s+0x%tx) [%p]", place.dli_fname != nullptr ? place.dli_fname : "",
+                 place.dli_sname != nullptr ? place.dli_sname : "", offset, frames[i]);
+    }
+}
+
+// The report itself has crashed: over a broken heap, if that was in the backtrace.
+[[noreturn]] void die_after_broken_report() {
+    leave_things_in_order();
+    if (dumping != 0) {
+        dumping = 0; // once
+        dump_stack_plainly();
+    }
+    die();
+}
+
 [[noreturn]] void report_and_die(int number, const siginfo_t *info) {
     limit_report();
-    if (reporter == ::getpid()) { // the report itself has crashed
-        leave_things_in_order();
-        die();
+    if (reporter == ::getpid()) {
+        die_after_broken_report();
     }
     reporter = ::getpid();
     log_signal(number, info);
     leave_things_in_order();
+    dumping = 1;
     dump_stack();
     die();
 }

@@ -19,6 +19,7 @@ enum { kRounds = 20000 };
 MEANT void write_to_nowhere(void);
 MEANT void divide_by_zero(void);
 MEANT void give_up(void);
+MEANT void break_the_heap(void);
 MEANT int fall_down(volatile char *above);
 
 static int *volatile nowhere = (int *)0x10;
@@ -40,6 +41,16 @@ static void (*volatile give_up_how)(void) = abort;
 
 void give_up(void) {
     give_up_how();
+    endless = 1;
+}
+
+/* A write past a block spoils the size of the free rest behind it: the next malloc notices. */
+void break_the_heap(void) {
+    char *volatile block = malloc(50000);
+    for (int i = 50000; i < 50100; ++i) {
+        block[i] = '\x7f';
+    }
+    *nowhere = 1;
 }
 
 int fall_down(volatile char *above) {
@@ -129,6 +140,7 @@ static int act(const char *what) {
     } kCrashes[] = {{"null", write_to_nowhere},
                     {"divide", divide_by_zero},
                     {"abort", give_up},
+                    {"heap", break_the_heap},
                     {"overflow", overflow_the_stack}};
     for (size_t i = 0; i < sizeof kCrashes / sizeof kCrashes[0]; ++i) {
         if (strcmp(what, kCrashes[i].name) == 0) {

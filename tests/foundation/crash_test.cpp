@@ -187,6 +187,16 @@ TEST_F(CrashReport, NamesTheCrashAndItsPlace) {
     }
 }
 
+// The usual backtrace needs the heap.
+TEST_F(CrashReport, NamesThePlaceOverABrokenHeapToo) {
+    CrashHost host("heap", kUnwatched);
+    EXPECT_THAT(host.status(), Aborted());
+    auto log = lab::take_log();
+    ASSERT_THAT(log, SizeIs(Ge(4)));
+    EXPECT_EQ(log[0], "debug: SIGSEGV(address not mapped to object): 0x10");
+    EXPECT_THAT(log, Contains(HasSubstr("crash-host(break_the_heap+0x")));
+}
+
 TEST_F(CrashReport, EndsTheProgramForEachFatalSignal) {
     const std::pair<int, const char *> signals[] = {
         {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},   {SIGQUIT, "SIGQUIT"}, {SIGTERM, "SIGTERM"},
@@ -226,13 +236,13 @@ TEST_F(CrashReport, OtherSignalsAreLoggedAndTheProgramGoesOn) {
 }
 
 TEST_F(CrashReport, ABrokenPipeIsAnErrorAndChildrenAreTheHosts) {
-    CrashHost writer("pipe");
+    CrashHost writer("pipe", kUnwatched);
     EXPECT_EQ(writer.status(), 0) << "the write fails with EPIPE";
     EXPECT_THAT(lab::take_log(), ElementsAre(HasSubstr("debug: SIGPIPE(?): 0x")));
-    CrashHost parent("child");
+    CrashHost parent("child", kUnwatched);
     EXPECT_EQ(parent.status(), 0) << "the exit status is there to be read";
     EXPECT_THAT(lab::take_log(), ElementsAre(HasSubstr("debug: SIGCHLD(child has exited): 0x")));
-    CrashHost careful("errno");
+    CrashHost careful("errno", kUnwatched);
     EXPECT_EQ(careful.status(), 0) << "errno is kept";
     EXPECT_THAT(lab::take_log(), SizeIs(20));
 }
