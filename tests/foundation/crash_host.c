@@ -44,9 +44,14 @@ void give_up(void) {
     endless = 1;
 }
 
-/* A write past a block spoils the size of the free rest behind it: the next malloc notices. */
+/* Leaves the heap without a spare block, and writes over the size of the free rest at its end: the
+ * next malloc of more than a few bytes says so and aborts. */
 void break_the_heap(void) {
-    char *volatile block = malloc(50000);
+    for (int i = 0; i < 10000; ++i) {
+        void *volatile spare = malloc(600);
+        (void)spare;
+    }
+    volatile char *volatile block = malloc(50000);
     for (int i = 50000; i < 50100; ++i) {
         block[i] = '\x7f';
     }
