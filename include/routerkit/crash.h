@@ -22,6 +22,9 @@
  *     lines are lost without a wait. While such a line is logged SIGRTMAX is borrowed from the
  *     host, and other signals wait.
  *
+ * With the option LOG_PERROR glibc's syslog takes memory, which a handler must not: a daemon that
+ * asks for it risks its heap whenever a signal comes at the wrong moment.
+ *
  * The handler uses an alternate signal stack if the host has set one up (sigaltstack), which is
  * what it takes to report a stack overflow; 16 KB and what the kernel itself needs
  * (sysconf(_SC_MINSIGSTKSZ)) are enough. Functions show by name where the program exports them

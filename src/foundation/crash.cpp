@@ -2,7 +2,7 @@
 
 #include <csetjmp>
 #include <csignal>
-#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 
@@ -101,9 +101,10 @@ void dump_stack_plainly() {
         Dl_info place = {};
         ::dladdr(frames[i], &place);
         const void *base = place.dli_saddr != nullptr ? place.dli_saddr : place.dli_fbase;
-        ptrdiff_t offset = static_cast<const char *>(frames[i]) - static_cast<const char *>(base);
-        ::syslog(LOG_DEBUG, "%s(%s+0x%tx) [%p]", place.dli_fname != nullptr ? place.dli_fname : "",
-                 place.dli_sname != nullptr ? place.dli_sname : "", offset, frames[i]);
+        auto offset = reinterpret_cast<uintptr_t>(frames[i]) - reinterpret_cast<uintptr_t>(base);
+        ::syslog(LOG_DEBUG, "%s(%s+0x%lx) [%p]", place.dli_fname != nullptr ? place.dli_fname : "",
+                 place.dli_sname != nullptr ? place.dli_sname : "",
+                 static_cast<unsigned long>(offset), frames[i]);
     }
 }
 

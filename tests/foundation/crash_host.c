@@ -128,40 +128,61 @@ static int read_clocks(long rounds) {
     return 1;
 }
 
-static int use_the_heap(void) {
-    while (endless) {
+static int use_the_heap(long rounds) {
+    for (long round = 0; rounds == 0 || round < rounds * 100; ++round) {
         void *volatile small = malloc(100);
         void *volatile large = malloc(5000);
         free(small);
         free(large);
     }
+    syslog(LOG_NOTICE, "still here");
     return 1;
 }
 
+static const struct {
+    const char *name;
+    void (*crash)(void);
+} kCrashes[] = {{"null", write_to_nowhere},
+                {"divide", divide_by_zero},
+                {"abort", give_up},
+                {"heap", break_the_heap},
+                {"overflow", overflow_the_stack}};
+
+static const struct {
+    const char *name;
+    int (*check)(void);
+} kChecks[] = {{"pipe", write_to_closed_pipe},
+               {"child", have_a_child},
+               {"time", time_a_signal},
+               {"errno", keep_errno}};
+
+static const struct {
+    const char *name;
+    int (*work)(long rounds);
+    long rounds;
+} kWorks[] = {{"log", log_lines, kRounds},       {"log-on", log_lines, 0},
+              {"clocks", read_clocks, kRounds},  {"clocks-on", read_clocks, 0},
+              {"blocks", use_the_heap, kRounds}, {"blocks-on", use_the_heap, 0}};
+
+#define COUNT(table) (sizeof(table) / sizeof((table)[0]))
+
 static int act(const char *what) {
-    static const struct {
-        const char *name;
-        void (*crash)(void);
-    } kCrashes[] = {{"null", write_to_nowhere},
-                    {"divide", divide_by_zero},
-                    {"abort", give_up},
-                    {"heap", break_the_heap},
-                    {"overflow", overflow_the_stack}};
-    for (size_t i = 0; i < sizeof kCrashes / sizeof kCrashes[0]; ++i) {
+    for (size_t i = 0; i < COUNT(kCrashes); ++i) {
         if (strcmp(what, kCrashes[i].name) == 0) {
             kCrashes[i].crash();
         }
     }
-    return strcmp(what, "pipe") == 0        ? write_to_closed_pipe()
-           : strcmp(what, "child") == 0     ? have_a_child()
-           : strcmp(what, "time") == 0      ? time_a_signal()
-           : strcmp(what, "errno") == 0     ? keep_errno()
-           : strcmp(what, "log") == 0       ? log_lines(kRounds)
-           : strcmp(what, "log-on") == 0    ? log_lines(0)
-           : strcmp(what, "clocks") == 0    ? read_clocks(kRounds)
-           : strcmp(what, "clocks-on") == 0 ? read_clocks(0)
-           : strcmp(what, "heap-on") == 0   ? use_the_heap()
-                                            : 0;
+    for (size_t i = 0; i < COUNT(kChecks); ++i) {
+        if (strcmp(what, kChecks[i].name) == 0) {
+            return kChecks[i].check();
+        }
+    }
+    for (size_t i = 0; i < COUNT(kWorks); ++i) {
+        if (strcmp(what, kWorks[i].name) == 0) {
+            return kWorks[i].work(kWorks[i].rounds);
+        }
+    }
+    return 0;
 }
 
 int main(int argc, char **argv) {

@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -275,9 +276,9 @@ TEST_F(CrashReport, TheTerminalComesBack) {
     ::close(master);
 }
 
-// The host logs, or reads the clock, all the time, and gets signals all the time.
+// The host logs, reads the clock or uses the heap all the time, and gets signals all the time.
 TEST_F(CrashReport, AStormOfSignalsNeverHangsTheHost) {
-    for (const char *what : {"log", "clocks"}) {
+    for (const char *what : {"log", "clocks", "blocks"}) {
         SCOPED_TRACE(what);
         CrashHost host(what, kUnwatched);
         bool said_so = false;
@@ -301,7 +302,7 @@ TEST_F(CrashReport, AStormOfSignalsNeverHangsTheHost) {
 TEST_F(CrashReport, AFatalSignalEndsTheHostWhateverItInterrupts) {
     std::vector<std::unique_ptr<CrashHost>> hosts;
     for (int i = 0; i < 8; ++i) {
-        for (const char *what : {"log-on", "heap-on", "clocks-on"}) {
+        for (const char *what : {"log-on", "blocks-on", "clocks-on"}) {
             hosts.push_back(std::make_unique<CrashHost>(what, kUnwatched));
         }
     }
@@ -354,30 +355,83 @@ TEST(DumpStack, LogsTheCallersOnDemand) {
     EXPECT_THAT(log[1], AllOf(HasSubstr("debug: "), HasSubstr("[0x")));
 }
 
-TEST(InitSignals, InstallsOneHandlerForTheWholeTable) {
-    std::vector<struct sigaction> before(65);
-    for (int number = 1; number < 65; ++number) {
-        ::sigaction(number, nullptr, &before[static_cast<size_t>(number)]);
+// The handler, in this process, for as long as this lives.
+class Installed {
+  public:
+    Installed() {
+        for (int number = 1; number < 65; ++number) {
+            ::sigaction(number, nullptr, &before_[number]);
+        }
+        EXPECT_EQ(init_signals(), 0);
     }
-    EXPECT_EQ(init_signals(), 0);
-    EXPECT_EQ(init_signals(), 0) << "again";
-    int installed = 0;
-    for (int number = 1; number < 65; ++number) {
-        struct sigaction now;
-        if (::sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_DFL &&
-            now.sa_handler != SIG_IGN && (now.sa_flags & SA_SIGINFO) != 0) {
-            EXPECT_EQ(now.sa_flags & (SA_SIGINFO | SA_ONSTACK | SA_RESTART | SA_NODEFER),
-                      SA_SIGINFO | SA_ONSTACK);
-            sigset_t none;
-            sigemptyset(&none);
-            EXPECT_EQ(std::memcmp(&now.sa_mask, &none, 8), 0);
-            ++installed;
+    ~Installed() {
+        for (int number = 1; number < 65; ++number) {
+            ::sigaction(number, &before_[number], nullptr);
         }
     }
-    EXPECT_EQ(installed, 28) << "32 rows less two double numbers, SIGKILL and SIGSTOP";
+    Installed(const Installed &) = delete;
+    Installed &operator=(const Installed &) = delete;
+
+  private:
+    struct sigaction before_[65];
+};
+
+int handled_signals() {
+    int count = 0;
     for (int number = 1; number < 65; ++number) {
-        ::sigaction(number, &before[static_cast<size_t>(number)], nullptr);
+        struct sigaction now;
+        if (::sigaction(number, nullptr, &now) != 0 || (now.sa_flags & SA_SIGINFO) == 0) {
+            continue;
+        }
+        sigset_t none;
+        sigemptyset(&none);
+        EXPECT_EQ(now.sa_flags & (SA_ONSTACK | SA_RESTART | SA_NODEFER), SA_ONSTACK) << number;
+        EXPECT_EQ(std::memcmp(&now.sa_mask, &none, 8), 0) << number;
+        ++count;
     }
+    return count;
+}
+
+TEST(InitSignals, InstallsOneHandlerForTheWholeTable) {
+    Installed installed;
+    EXPECT_EQ(init_signals(), 0) << "again";
+    EXPECT_EQ(handled_signals(), 28) << "32 rows less two double numbers, SIGKILL and SIGSTOP";
+}
+
+TEST(Handler, ExplainsWhyASignalCame) {
+    struct Case {
+        int number;
+        int code;
+        const char *line;
+    };
+    const Case cases[] = {
+        {SIGUSR1, SI_USER, "debug: SIGUSR1(?): 0x1234"},
+        {SIGUSR1, SI_KERNEL, "debug: SIGUSR1(Sent by the kernel): 0x1234"},
+        {SIGUSR1, SI_QUEUE, "debug: SIGUSR1(sigqueue): 0x1234"},
+        {SIGUSR1, SI_TIMER, "debug: SIGUSR1(POSIX timer expired): 0x1234"},
+        {SIGUSR1, SI_MESGQ, "debug: SIGUSR1(POSIX  message  queue  state  changed): 0x1234"},
+        {SIGUSR1, SI_TKILL, "debug: SIGUSR1(tkill or tgkill): 0x1234"},
+        {SIGUSR1, 99, "debug: SIGUSR1(?): 0x1234"},
+        {SIGUSR2, CLD_EXITED, "debug: SIGUSR2(?): 0x1234"},
+        {SIGCHLD, CLD_STOPPED, "debug: SIGCHLD(child has stopped): 0x1234"},
+        {SIGCHLD, CLD_CONTINUED, "debug: SIGCHLD(stopped child has continued): 0x1234"},
+        {40, SI_QUEUE, "debug: Recieved SIGNAL: 40(sigqueue): 0x1234"},
+    };
+    Installed installed;
+    struct sigaction ours;
+    ::sigaction(SIGUSR1, nullptr, &ours);
+    ::sigaction(40, &ours, nullptr); // no row
+    int handled = handled_signals();
+    lab::take_log();
+    for (const Case &one : cases) {
+        siginfo_t info = {};
+        info.si_signo = one.number;
+        info.si_code = one.code;
+        info.si_addr = reinterpret_cast<void *>(0x1234);
+        ASSERT_EQ(::syscall(SYS_rt_sigqueueinfo, ::getpid(), one.number, &info), 0);
+        EXPECT_THAT(lab::take_log(), ElementsAre(one.line));
+    }
+    EXPECT_EQ(handled_signals(), handled) << "SIGRTMAX was only borrowed";
 }
 
 } // namespace

@@ -119,15 +119,14 @@ TEST(Names, OfAListAreWholeElements) {
 
 TEST(Names, OnlySignalledProcessesCount) {
     lab::Daemon daemon("foreign");
-    pid_t child = ::fork();
-    if (child == 0) {
-        bool right = ::setuid(1) == 0 && killall("foreign", SIGTERM) == 0 &&
-                     killall("foreign", 0) == 1 && find_pid_by_name("foreign") == daemon.pid();
-        std::_Exit(right ? 0 : 1);
+    auto counted = lab::holds_for_stranger([&] {
+        return killall("foreign", SIGTERM) == 0 && killall("foreign", 0) == 1 &&
+               find_pid_by_name("foreign") == daemon.pid();
+    });
+    if (!counted) {
+        GTEST_SKIP() << "there is one user only";
     }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(*counted);
     EXPECT_TRUE(daemon.alive());
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <sys/types.h>
@@ -25,5 +26,9 @@ class Daemon {
   private:
     pid_t pid_;
 };
+
+// Whether a check holds for somebody else, who may signal none of our processes. Null where there
+// is nobody else: an ordinary user's sandbox has one user only.
+std::optional<bool> holds_for_stranger(const std::function<bool()> &check);
 
 } // namespace lab
