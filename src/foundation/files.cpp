@@ -46,8 +46,11 @@ bool is_folder(const struct stat &status) {
 bool make_folder(const char *path) {
     struct stat status;
     if (::stat(path, &status) != 0) {
-        return ::mkdir(path, 0777) == 0 ||
-               (errno == EEXIST && ::stat(path, &status) == 0 && is_folder(status));
+        if (::mkdir(path, 0777) == 0) {
+            return true;
+        }
+        rk::ErrnoSaver keep;
+        return errno == EEXIST && ::stat(path, &status) == 0 && is_folder(status);
     }
     if (!is_folder(status)) {
         errno = ENOTDIR;

@@ -103,6 +103,9 @@ TEST(Files, MkpathMakesWhatIsMissingAndRestoresItsText) {
     }
     char through_file[] = "/tmp/file/x";
     EXPECT_THAT(mkpath(through_file, 1), FailsWith(-1, ENOTDIR));
+    ASSERT_EQ(::symlink("nowhere", "/tmp/dangling"), 0);
+    char dangling[] = "/tmp/dangling";
+    EXPECT_THAT(mkpath(dangling, 0), FailsWith(-1, EEXIST)) << "as mkdir said";
 }
 
 TEST(Files, WritersReplaceAndAppendersAdd) {
