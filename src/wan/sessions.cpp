@@ -21,8 +21,10 @@ WanFile uptime_file(unsigned index) {
     return WanFile::of_session(index, "uptime");
 }
 
-void add_to_total(const WanFile &total, long seconds) {
-    writeNumToFile(total.path(), total.count() + seconds);
+// Unsigned, as all sums of what files hold: a word of 32 bits may wrap, but not overflow.
+void add_to_total(const WanFile &total, unsigned long seconds) {
+    unsigned long sum = static_cast<unsigned long>(total.count()) + seconds;
+    writeNumToFile(total.path(), static_cast<long>(sum));
 }
 
 // A stored total with the running session on top, modulo 2^32.
@@ -51,7 +53,8 @@ int wan_stopSession(unsigned index) {
         return 0;
     }
     long now = get_monotonic_sec();
-    long length = now - uptime.number();
+    unsigned long length =
+        static_cast<unsigned long>(now) - static_cast<unsigned long>(uptime.number());
     WanFile last = WanFile::of_session(index, "last-uptime");
     ::unlink(last.path());
     std::rename(uptime.path(), last.path());
