@@ -62,7 +62,7 @@ int wan_ping_test(unsigned index, const char *host, unsigned timeout_ms, unsigne
     if (count < 0) {
         if ((flags & kVerbose) != 0) {
             rk::log_at(LOG_NOTICE, "WAN%d ping '%s' resolve domain failed: %m",
-                       static_cast<int>(index), host);
+                       static_cast<int>(index), host != nullptr ? host : "");
         }
         return -1;
     }

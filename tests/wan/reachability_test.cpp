@@ -81,6 +81,9 @@ TEST_F(Reachability, FailuresSayWhy) {
     EXPECT_THAT(wan_ping_test(2, "text.example", 500, kVerbose), FailsWith(-1, ENOENT));
     EXPECT_THAT(lab::take_log(), ElementsAre("notice: WAN2 ping 'text.example' resolve domain "
                                              "failed: No such file or directory"));
+    EXPECT_THAT(wan_ping_test(2, nullptr, 500, kVerbose), FailsWith(-1, EINVAL));
+    EXPECT_THAT(lab::take_log(),
+                ElementsAre("notice: WAN2 ping '' resolve domain failed: Invalid argument"));
     put("/var/wan/2/resolv.conf", "# none\n");
     EXPECT_THAT(wan_ping_test(2, "www.example.net", 500, 0), FailsWith(-1, ENETDOWN));
     EXPECT_THAT(lab::take_log(), IsEmpty());
