@@ -80,7 +80,7 @@ int arp_getMac(void *mac, uint32_t ip, const char *dev) {
     const sockaddr_in neighbour = rk::inet_endpoint(ip, 0);
     std::memcpy(&request.arp_pa, &neighbour, sizeof request.arp_pa);
     if ((dev != nullptr && rk::set_device_name(request.arp_dev, dev) != 0) ||
-        ::ioctl(control.get(), SIOCGARP, &request) < 0) {
+        control.run(SIOCGARP, &request) < 0) {
         return -1;
     }
     std::memcpy(mac, request.arp_ha.sa_data, kMacSize);

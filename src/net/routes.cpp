@@ -52,7 +52,7 @@ int change_route(unsigned long request, uint32_t destination, uint32_t mask, uin
         route.rt_dev = device;
     }
     rk::ControlSocket control;
-    return control ? ::ioctl(control.get(), request, &route) : -1;
+    return control ? control.run(request, &route) : -1;
 }
 
 // What one line of the listing tells.

@@ -52,6 +52,16 @@ class ControlSocket : public UniqueFd {
   public:
     explicit ControlSocket(int type = SOCK_DGRAM)
         : UniqueFd(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {}
+
+    // The ioctl's own result, negative on failure.
+    int run(unsigned long request, void *record) const { return call(::ioctl, request, record); }
+
+  private:
+    // The C libraries do not agree on the type of a request: unsigned long, or int.
+    template <typename Request>
+    int call(int (*ioctl)(int, Request, ...), unsigned long request, void *record) const {
+        return ioctl(get(), static_cast<Request>(request), record);
+    }
 };
 
 // One interface's request to the kernel or its driver (struct ifreq of <net/if.h>).
@@ -68,7 +78,7 @@ class IfRequest {
 
     // The ioctl's own result, negative on failure.
     int run(const ControlSocket &control, unsigned long request) {
-        return valid_ ? ::ioctl(control.get(), request, &record_) : fail(ENODEV);
+        return valid_ ? control.run(request, &record_) : fail(ENODEV);
     }
 
   private:
