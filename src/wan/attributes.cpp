@@ -12,14 +12,13 @@
 
 using rk::kIfNameText;
 using rk::kLastWanIndex;
+using rk::kModemIface;
 using rk::WanFile;
 using rk::WanFolderName;
 
 namespace {
 
 constexpr size_t kLongestName = 32; // how much of a name GET_REAL_IFNAME looks at
-
-constexpr const char *kModemIface = "/tmp/modem-iface";
 
 // One getter's slots: the last name read of each index.
 using NameSlots = char[kLastWanIndex + 1][24];
@@ -32,7 +31,8 @@ int read_number(unsigned index, const char *name) {
 }
 
 int read_count(unsigned index, const char *name) {
-    return static_cast<int>(WanFile(index, name).count());
+    int value = read_number(index, name);
+    return value < 0 ? 0 : value;
 }
 
 int read_name(unsigned index, const char *name, char *buffer) {

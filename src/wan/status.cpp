@@ -17,7 +17,6 @@ using rk::WanFile;
 constexpr const char *kLinkFlag = "/var/wan/link-up";
 constexpr const char *kModemFlag = "/var/wan/modem-up";
 constexpr const char *kWiredInetFlag = "/var/wan/wired-inet-up";
-constexpr const char *kModemIface = "/tmp/modem-iface";
 
 constexpr unsigned long kWanLinkState = 2000; // the switch driver's command
 
@@ -96,7 +95,7 @@ int wan_hasWiredInetFlag() {
 }
 
 int wan_getModemStatus() {
-    return isFileExist(kModemIface);
+    return isFileExist(rk::kModemIface);
 }
 
 int wan_isLinked(unsigned index) {

@@ -14,6 +14,9 @@ inline constexpr int kTypePppoe = 3;
 inline constexpr size_t kIfNameText = 20; // interface names and addresses: 19 characters are read
 inline constexpr std::string_view kWanRoot = "/var/wan/";
 
+// Holds the name of the attached modem's interface; there is no such file without a modem.
+inline constexpr const char *kModemIface = "/tmp/modem-iface";
+
 // The folder of a connection: two indices have names, any other is the one character with code
 // 48 + index.
 class WanFolderName {

@@ -60,6 +60,8 @@ TEST(WanAttributes, Numbers) {
     EXPECT_EQ(wan_getType(1), 3);
     EXPECT_EQ(wan_getVlanId(1), 0);
     EXPECT_EQ(wan_getModemType(1), 2);
+    put("/var/wan/1/vlan", "4294967295");
+    EXPECT_EQ(wan_getVlanId(1), 0) << "negative as an int";
     EXPECT_EQ(wan_getPurpose(1), 0) << "an empty file reads as 0";
 }
 
