@@ -239,8 +239,9 @@ ROUTERKIT_API int wan_setDNSServer(uint32_t server);
  * /var/resolv.conf left alone. */
 ROUTERKIT_API int wan_updateActiveDNS(unsigned index);
 
-/* When the given index is not the main connection, copies the main connection's name servers as
- * wan_updateActiveDNS does. 0 or -1; 0 without a main connection. */
+/* When the "active" link names another connection than the given one, copies that connection's name
+ * servers as wan_updateActiveDNS does (for "default" it empties /var/resolv.conf); without such a
+ * link it does nothing. 0 or -1. */
 ROUTERKIT_API int wan_updateDefaultDNS(unsigned index);
 
 /* --- The main connection --- */

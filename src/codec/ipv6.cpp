@@ -5,7 +5,6 @@
 
 #include <arpa/inet.h>
 
-#include "support/bytes.h"
 #include "support/ring.h"
 #include "support/text_buffer.h"
 
