@@ -99,11 +99,10 @@ int wan_updateActiveRoute(unsigned index) {
         log_at(LOG_INFO, "default route: nothing");
         return 0;
     }
-    char ifname[rk::kIfNameText];
-    bool named = wan_getConIfName(index, ifname) >= 0;
-    wan_addDefaultRoute(gateway, named ? ifname : nullptr);
+    const char *ifname = wan_getConIface(index); // without one the kernel chooses
+    wan_addDefaultRoute(gateway, ifname);
     log_at(LOG_INFO, "default route: %s dev %s", AddressText(gateway).c_str(),
-           named ? ifname : "any");
+           ifname != nullptr ? ifname : "any");
     return 0;
 }
 
