@@ -101,7 +101,8 @@ size_t b64_decoded_len(size_t n) {
 int b64_decode(void *out, size_t capacity, const char *text) {
     auto *bytes = static_cast<uint8_t *>(out);
     size_t written = decode_whole_groups(bytes, capacity, text);
-    // Groups with padding, a NUL or too little room; padding in their first half counts as zero bits.
+    // Groups with padding, a NUL or too little room; padding in their first half counts as zero
+    // bits.
     while (*text != '\0' && written < capacity && text[1] != '\0') {
         auto first = static_cast<uint8_t>(value_of(text[0]) & ~kMayEnd);
         auto second = static_cast<uint8_t>(value_of(text[1]) & ~kMayEnd);

@@ -8,8 +8,8 @@
 
 namespace rk {
 
-// The copies become single accesses where the processor can do that at any address, and the shortest
-// replacement where it cannot (two instructions on MIPS).
+// The copies become single accesses where the processor can do that at any address, and the
+// shortest replacement where it cannot (two instructions on MIPS).
 template <typename Value>
 Value load_native(const uint8_t *bytes) {
     Value value;
