@@ -48,13 +48,6 @@ std::string children() {
     return get("/proc/self/task/" + std::to_string(::getpid()) + "/children");
 }
 
-void end_process(pid_t pid) {
-    if (pid > 0) {
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
-    }
-}
-
 } // namespace
 
 void open_log() {
@@ -237,7 +230,10 @@ Background::~Background() {
 }
 
 void Background::stop() {
-    end_process(pid_);
+    if (pid_ > 0) {
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
     pid_ = -1;
 }
 
@@ -260,33 +256,6 @@ Host::~Host() {
 
 std::string Host::command(const std::string &text) const {
     return "ip netns exec " + name_ + " " + text;
-}
-
-pid_t Host::fork_there(const std::function<int()> &function) const {
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int there = ::open(("/run/netns/" + name_).c_str(), O_RDONLY | O_CLOEXEC);
-        if (::setns(there, CLONE_NEWNET) != 0) {
-            std::_Exit(99);
-        }
-        ::close(there);
-        std::_Exit(function());
-    }
-    return pid;
-}
-
-int Host::call(const std::function<int()> &function) const {
-    int status = 0;
-    ::waitpid(fork_there(function), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
-}
-
-Host::Child Host::start(const std::function<int()> &function) const {
-    return Child(fork_there(function));
-}
-
-Host::Child::~Child() {
-    end_process(pid_);
 }
 
 } // namespace lab

@@ -160,25 +160,7 @@ class Host {
     // The command as one that runs there; for sh() and Background.
     std::string command(const std::string &text) const;
 
-    // Calls a function there, in a child process, and returns its result; 100 or more for a crash.
-    int call(const std::function<int()> &function) const;
-
-    // Starts a function there, in a child process that ends with the returned owner.
-    class Child {
-      public:
-        explicit Child(pid_t pid) : pid_(pid) {}
-        ~Child();
-        Child(const Child &) = delete;
-        Child &operator=(const Child &) = delete;
-
-      private:
-        pid_t pid_;
-    };
-    Child start(const std::function<int()> &function) const;
-
   private:
-    pid_t fork_there(const std::function<int()> &function) const;
-
     std::string name_;
     std::string our_ifname_;
 };
