@@ -35,7 +35,7 @@ constexpr uint32_t kConstants[kRounds] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-// The functions of 4.1.2. Three rotations of the same word are nested: fewer registers.
+// The functions of 4.1.2. Rotations of the same word are nested: fewer registers.
 inline uint32_t big_sigma0(uint32_t x) {
     return std::rotr(std::rotr(std::rotr(x, 9) ^ x, 11) ^ x, 2);
 }
@@ -45,11 +45,11 @@ inline uint32_t big_sigma1(uint32_t x) {
 }
 
 inline uint32_t small_sigma0(uint32_t x) {
-    return std::rotr(x, 7) ^ std::rotr(x, 18) ^ x >> 3;
+    return std::rotr(std::rotr(x, 11) ^ x, 7) ^ x >> 3;
 }
 
 inline uint32_t small_sigma1(uint32_t x) {
-    return std::rotr(x, 17) ^ std::rotr(x, 19) ^ x >> 10;
+    return std::rotr(std::rotr(x, 2) ^ x, 17) ^ x >> 10;
 }
 
 // The eight working variables and the schedule of one block. A round leaves the variables where
