@@ -145,7 +145,7 @@ bool read_stat(unsigned pid, Stat &stat) {
 // The command line, or the name without its parentheses for what has none, as a kernel thread.
 const char *trace_text(unsigned pid, Stat &stat, char (&command)[128]) {
     rk::TextBuffer<32> path;
-    path.append("/proc/").append_decimal(pid).append("/cmdline");
+    path.append("/proc/").append_decimal(static_cast<long>(pid)).append("/cmdline");
     int length = readStrFromFile(path.c_str(), command, sizeof command);
     if (length > 0) {
         join_arguments(command, length);
