@@ -12,8 +12,10 @@
 #include <routerkit/export.h>
 #include <routerkit/extender.h>
 #include <routerkit/files.h>
+#include <routerkit/http.h>
 #include <routerkit/iptables.h>
 #include <routerkit/json.h>
+#include <routerkit/jsonrpc.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/ping.h>
 #include <routerkit/processes.h>

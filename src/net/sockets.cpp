@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include <fcntl.h>
-#include <netdb.h>
 #include <poll.h>
 #include <sys/time.h>
 
@@ -94,13 +93,10 @@ int connect_timeout(int fd, const struct sockaddr *addr, socklen_t len, int time
 }
 
 int socket_connect(const char *host) {
-    const hostent *found = ::gethostbyname(host);
-    if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
+    sockaddr_in peer = rk::inet_endpoint(0, kHttpPort);
+    if (rk::find_host(host, &peer.sin_addr) != 0) {
         return -1;
     }
-    sockaddr_in peer = rk::inet_endpoint(0, kHttpPort);
-    std::memcpy(&peer.sin_addr, found->h_addr_list[0], sizeof peer.sin_addr);
-
     UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
     if (!fd || !set_timeouts(fd.get()) ||
         connect_timeout(fd.get(), rk::as_sockaddr(peer), sizeof peer, kConnectTimeoutMs) != 0) {

@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 #include <net/if.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -25,6 +26,25 @@ inline sockaddr_in inet_endpoint(uint32_t address, uint16_t port) {
 
 inline const sockaddr *as_sockaddr(const sockaddr_in &endpoint) {
     return reinterpret_cast<const sockaddr *>(&endpoint);
+}
+
+// The first IPv4 address that the system's resolver knows for a host: 0, or -1 with EHOSTUNREACH.
+// As gethostbyname, which threads could not share. A dotted address is taken without the look at
+// the resolver's configuration that the C library would have.
+inline int find_host(const char *host, in_addr *out) {
+    if (host[std::strspn(host, "0123456789.")] == '\0' && ::inet_aton(host, out) != 0) {
+        return 0;
+    }
+    char room[4096];
+    hostent entry;
+    hostent *found = nullptr;
+    int error = 0;
+    if (::gethostbyname_r(host, &entry, room, sizeof room, &found, &error) != 0 ||
+        found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
+        return fail(EHOSTUNREACH);
+    }
+    std::memcpy(out, found->h_addr_list[0], sizeof *out);
+    return 0;
 }
 
 // Makes a socket use one interface only; the name goes to the kernel with its NUL. The kernel would

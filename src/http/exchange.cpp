@@ -1,0 +1,112 @@
+#include "http/exchange.h"
+
+#include <optional>
+
+#include <netinet/tcp.h>
+#include <poll.h>
+
+#include "support/deadline.h"
+#include "support/socket.h"
+
+namespace rk {
+namespace {
+
+// A time limit that begins now.
+class Limit {
+  public:
+    explicit Limit(int milliseconds) {
+        if (milliseconds != kNoLimit) {
+            deadline_.emplace(Deadline::in(static_cast<uint32_t>(milliseconds)));
+        }
+    }
+
+    bool wait(int fd, short events) const {
+        pollfd entry = {fd, events, 0};
+        int ready = retry_eintr([&] { return ::poll(&entry, 1, left()); });
+        if (ready == 0) {
+            errno = EAGAIN;
+        }
+        return ready > 0;
+    }
+
+  private:
+    int left() const {
+        int milliseconds = deadline_ ? deadline_->left() : -1;
+        return deadline_ && milliseconds < 0 ? 0 : milliseconds;
+    }
+
+    std::optional<Deadline> deadline_;
+};
+
+} // namespace
+
+int connect_to(const char *host, int port) {
+    if (*host == '\0' || port < 1 || port > UINT16_MAX) {
+        return fail(EINVAL);
+    }
+    sockaddr_in peer = inet_endpoint(0, static_cast<uint16_t>(port));
+    if (find_host(host, &peer.sin_addr) != 0) {
+        return -1;
+    }
+    constexpr int kOn = 1;
+    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+    // A repeated connect goes on waiting for the connection that is under way.
+    if (!fd || ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn) != 0 ||
+        retry_eintr([&] { return ::connect(fd.get(), as_sockaddr(peer), sizeof peer); }) != 0) {
+        return -1;
+    }
+    return fd.release();
+}
+
+bool send_all(int fd, std::string_view text, int limit) {
+    Limit time(limit);
+    while (!text.empty()) {
+        ssize_t count = retry_eintr(
+            [&] { return ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+        if (count >= 0) {
+            text.remove_prefix(static_cast<size_t>(count));
+        } else if (errno != EAGAIN || !time.wait(fd, POLLOUT)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+ssize_t receive_once(int fd, char *buffer, size_t room, int limit) {
+    if (room == 0) {
+        return 0;
+    }
+    if (limit != kNoLimit && !Limit(limit).wait(fd, POLLIN)) {
+        return -1;
+    }
+    return retry_eintr([&] { return ::recv(fd, buffer, room, 0); });
+}
+
+void append_target(TextWriter &request, const char *path) {
+    if (std::strchr("?#", *path) != nullptr) { // or nothing at all
+        request.append("/");
+    }
+    request.append(std::string_view(path, std::strcspn(path, "#")));
+}
+
+bool write_post(PostRequest &request, const char *host, const char *path, const char *body) {
+    if (has_line_end(host) || has_line_end(path)) {
+        errno = EINVAL;
+        return false;
+    }
+    std::string_view content(body);
+    request.append("POST ");
+    append_target(request, path);
+    request.append(" HTTP/1.1\r\nHost: ")
+        .append(host)
+        .append("\r\nContent-type: application/x-www-form-urlencoded\r\nContent-length: ")
+        .append_decimal(static_cast<long>(content.size()))
+        .append("\r\n\r\n")
+        .append(content);
+    if (request.cut()) {
+        errno = ENOBUFS;
+    }
+    return !request.cut();
+}
+
+} // namespace rk
