@@ -107,7 +107,13 @@ std::string_view header_lines(const ReplyShape &shape, const char *end) {
     if (shape.line_end == nullptr || shape.line_end == shape.blank) {
         return {};
     }
-    return between(shape.line_end + 2, shape.blank != nullptr ? shape.blank : end);
+    const char *start = shape.line_end + 2;
+    if (shape.blank != nullptr) {
+        end = shape.blank;
+    } else if (start < end && end[-1] == '\r') { // half a line end
+        --end;
+    }
+    return between(start, end);
 }
 
 std::optional<std::string_view> find_header(std::string_view lines, std::string_view name) {
