@@ -20,21 +20,22 @@ constexpr const char *kHead = "HTTP/1.1 200 OK\r\nContent-Type: application/json
 
 // A service: "double" of {"n":...}, anything else is an unknown method; answers in reverse order.
 std::string serve(const std::string &request) {
-    const std::regex call(R"(\{"jsonrpc":"2.0","id":("?\d+"?),"method":"(\w+)","params":(.*?)\})");
+    const std::regex call(
+        R"re(\{"jsonrpc":"2.0","id":("?\d+"?),"method":"(\w+)","params":(.*?)\})re");
     std::vector<std::string> answers;
-for (std::sregex_iterator one(request.begin(), request.end(), call), end; one != end; ++one) {
-    std::string params = (*one)[3];
-    int number = std::atoi(params.c_str() + std::strcspn(params.c_str(), "0123456789"));
-    answers.push_back("{\"jsonrpc\":\"2.0\",\"id\":" + (*one)[1].str() +
-                      ((*one)[2] == "double"
-                           ? ",\"result\":" + std::to_string(2 * number) + ",\"error\":null}"
-                           : ",\"error\":{\"code\":-32601,\"message\":\"no\"}}"));
-}
-std::string text;
-for (auto answer = answers.rbegin(); answer != answers.rend(); ++answer) {
-    text += (text.empty() ? "" : ",") + *answer;
-}
-return kHead + ("[" + text + "]\r\n");
+    for (std::sregex_iterator one(request.begin(), request.end(), call), end; one != end; ++one) {
+        std::string params = (*one)[3];
+        int number = std::atoi(params.c_str() + std::strcspn(params.c_str(), "0123456789"));
+        answers.push_back("{\"jsonrpc\":\"2.0\",\"id\":" + (*one)[1].str() +
+                          ((*one)[2] == "double"
+                               ? ",\"result\":" + std::to_string(2 * number) + ",\"error\":null}"
+                               : ",\"error\":{\"code\":-32601,\"message\":\"no\"}}"));
+    }
+    std::string text;
+    for (auto answer = answers.rbegin(); answer != answers.rend(); ++answer) {
+        text += (text.empty() ? "" : ",") + *answer;
+    }
+    return kHead + ("[" + text + "]\r\n");
 }
 
 std::string content(const std::string &request) {
@@ -132,7 +133,7 @@ TEST(JsonrpcBatch, ReportsStatusAndFailure) {
     EXPECT_EQ(untouched.result, nullptr);
     EXPECT_EQ(jsonrpc_call("127.0.0.1", &call, 1, reply, sizeof reply), 500);
     EXPECT_EQ(jsonrpc_call("127.0.0.1", &call, 1, reply, 10), -1);
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 3; ++i) {
         service.take_request();
     }
     for (size_t length :
