@@ -12,7 +12,7 @@ using rk::fail;
 using rk::UniqueFd;
 
 static_assert(offsetof(http_post_t, reply) == 4 * sizeof(void *) &&
-              offsetof(http_post_t, reply_body) >= offsetof(http_post_t, status) + 4);
+              offsetof(http_post_t, status) == 5 * sizeof(void *) + 4);
 
 namespace {
 

@@ -1,6 +1,7 @@
 #include <routerkit/jsonrpc.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -14,6 +15,9 @@
 
 using rk::fail;
 using rk::UniqueFd;
+
+static_assert(offsetof(jsonrpc_req_t, result) == 3 * sizeof(void *) &&
+              offsetof(jsonrpc_client_t, status) == 3 * sizeof(void *) + 4);
 
 namespace {
 

@@ -198,7 +198,8 @@ TEST(HttpGet, TakesAReplyThatBreaksOffAsFarAsItCame) {
         ASSERT_EQ(get.result, length < line ? -1 : static_cast<int>(wanted.size())) << length;
         ASSERT_EQ(get.log, length < line ? failed("invalid answer from", EPROTO) : "");
         ASSERT_EQ(std::string(body, wanted.size() + 2), length < line ? "##" : wanted + '\0' + "#");
-        ASSERT_STREQ(cookie, length < line + 15 ? std::string(cookie).c_str() : "a=b");
+        std::string cookie_line = reply->substr(std::min(line, length), 15);
+        ASSERT_EQ(cookie, cookie_line.size() > 12 ? cookie_line.substr(12) : "");
     }
 }
 

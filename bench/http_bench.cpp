@@ -1,0 +1,158 @@
+// http_get against libcurl and against the bare system calls, all asking the same nginx on the
+// loopback.
+#include <routerkit/clocks.h>
+#include <routerkit/files.h>
+#include <routerkit/http.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include <curl/curl.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "support/pairs.h"
+#include "support/sandbox.h"
+
+namespace {
+
+constexpr const char *kConfiguration =
+    "user root; daemon off; master_process off; pid /tmp/nginx.pid; events {}\n"
+    "error_log stderr crit;\n"
+    "http { access_log off; client_body_temp_path /tmp/t1; proxy_temp_path /tmp/t2;\n"
+    "fastcgi_temp_path /tmp/t3; uwsgi_temp_path /tmp/t4; scgi_temp_path /tmp/t5;\n"
+    "server { listen 127.0.0.1:8080; root /tmp;\n"
+    "location = /chunked { ssi on; ssi_types *; alias /tmp/page; }\n"
+    "location = /moved { return 301 http://127.0.0.1:8080/page; } } }\n";
+
+char body[200000];
+size_t body_length;
+
+std::string answer() {
+    return {body, body_length};
+}
+
+[[noreturn]] void give_up(const char *step) {
+    std::perror(step);
+    std::exit(1);
+}
+
+void get(const char *url) {
+    int length = http_get(url, body, sizeof body, nullptr);
+    body_length = length > 0 ? static_cast<size_t>(length) : 0;
+}
+
+size_t append(const char *bytes, size_t /*one*/, size_t count, void * /*argument*/) {
+    std::memcpy(body + body_length, bytes, count);
+    body_length += count;
+    return count;
+}
+
+// With a handle of its own, as a program that fetches one page does: ours keeps nothing either.
+void get_with_curl(const char *url) {
+    CURL *handle = ::curl_easy_init();
+    body_length = 0;
+    if (handle == nullptr || ::curl_easy_setopt(handle, CURLOPT_URL, url) != CURLE_OK ||
+        ::curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L) != CURLE_OK ||
+        ::curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append) != CURLE_OK ||
+        ::curl_easy_perform(handle) != CURLE_OK) {
+        give_up("curl");
+    }
+    ::curl_easy_cleanup(handle);
+}
+
+// Everything known beforehand: the address, the request, and that a header comes first.
+void get_with_bare_calls() {
+    constexpr std::string_view kRequest =
+        "GET /page HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\nAccept-Encoding: identity\r\n"
+        "Connection: close\r\n\r\n";
+    sockaddr_in server = {AF_INET, htons(8080), {htonl(INADDR_LOOPBACK)}, {}};
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(fd, reinterpret_cast<sockaddr *>(&server), sizeof server) != 0 ||
+        ::send(fd, kRequest.data(), kRequest.size(), 0) < 0) {
+        give_up("connect");
+    }
+    size_t held = 0;
+    for (ssize_t count = 1; count > 0; held += static_cast<size_t>(count)) {
+        count = ::read(fd, body + held, sizeof body - held);
+        if (count < 0) {
+            give_up("read");
+        }
+    }
+    ::close(fd);
+    body[held] = '\0';
+    const char *start = std::strstr(body, "\r\n\r\n") + 4;
+    body_length = static_cast<size_t>(body + held - start);
+    std::memmove(body, start, body_length);
+}
+
+// This program and the server take turns on one processor, as on a router that has no second one;
+// where the scheduler wakes the server would otherwise decide more than the rows do.
+void stay_on_one_processor() {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(::sched_getcpu(), &one);
+    if (::sched_setaffinity(0, sizeof one, &one) != 0) {
+        give_up("sched_setaffinity");
+    }
+}
+
+// Ends with this program.
+void start_nginx() {
+    const std::string page(2048, 'p');
+    const std::string large(100000, 'l');
+    if (writeStrToFile("/tmp/nginx.conf", kConfiguration) < 0 ||
+        writeStrToFile("/tmp/page", page.c_str()) < 0 ||
+        writeStrToFile("/tmp/large", large.c_str()) < 0) {
+        give_up("/tmp");
+    }
+    if (::fork() == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::execlp("nginx", "nginx", "-c", "/tmp/nginx.conf", "-e", "stderr", nullptr);
+        std::_Exit(127);
+    }
+    sockaddr_in server = {AF_INET, htons(8080), {htonl(INADDR_LOOPBACK)}, {}};
+    for (int tries = 0; tries < 100; ++tries) {
+        int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int result = ::connect(fd, reinterpret_cast<sockaddr *>(&server), sizeof server);
+        ::close(fd);
+        if (result == 0) {
+            return;
+        }
+        safe_msleep(20);
+    }
+    give_up("nginx (package nginx-light) does not answer");
+}
+
+void against_curl(const std::string &name, double at_most, const char *url) {
+    bench::Row row("http_get, " + name, 1, bench::Clock::kWall);
+    row.ours([url](size_t) { get(url); }, answer);
+    row.peer(
+        "libcurl, new handle", at_most, [url](size_t) { get_with_curl(url); }, answer);
+}
+
+} // namespace
+
+void bench::declare_rows() {
+    lab::enter_sandbox();
+    if (::curl_global_init(CURL_GLOBAL_ALL) != CURLE_OK) {
+        give_up("curl_global_init");
+    }
+    stay_on_one_processor();
+    start_nginx();
+    against_curl("2 KB", 0.70, "http://127.0.0.1:8080/page");
+    against_curl("2 KB chunked", 0.70, "http://127.0.0.1:8080/chunked");
+    against_curl("100 KB", 0.70, "http://127.0.0.1:8080/large");
+    against_curl("one redirect", 1.00, "http://127.0.0.1:8080/moved");
+    Row bare("http_get, 2 KB bare", 1, Clock::kWall);
+    bare.ours([](size_t) { get("http://127.0.0.1:8080/page"); }, answer);
+    bare.peer(
+        "connect, send, read", 1.05, [](size_t) { get_with_bare_calls(); }, answer);
+}
