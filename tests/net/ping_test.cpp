@@ -210,10 +210,10 @@ TEST_F(PingScripted, ReplyIsJudged) {
         {"sequence number 2", changed(6), 0},
         {"sequence number, other byte", changed(7), 0},
         {"payload", changed(20), 0},
-        {"what follows the text is free", changed(60), 1},
-        // What lies in the buffer behind these is not the text.
+        // What the one before left in the buffer behind these two is not the text.
         {"text cut short", echo(0, "Hello, w"), 1},
         {"no payload", echo(0, ""), 1},
+        {"what follows the text is free", changed(60), 1},
         {"text goes on without its end", echo(0, "Hello, world!!"), 0},
         {"odd length", echo(0, kText + "x"), 1},
         {"odd length, last byte not summed", echo(0, kText) + "x", 0},

@@ -98,12 +98,12 @@ TEST_F(PollSockRecv, EndsOnTimeAcrossTheWrapOfTheClock) {
 }
 
 TEST_F(PollSockRecv, ReportsAFailedPollAndAPeerThatLeft) {
+    const int fd = ends_[0];
     // poll refuses more entries than there may be descriptors
-    EXPECT_THAT(
-        without_descriptors([&] { return poll_sock_recv(ends_[0], uptime_getms() + 1000); }),
-        FailsWith(-1, EINVAL));
+    EXPECT_THAT(without_descriptors([=] { return poll_sock_recv(fd, uptime_getms() + 1000); }),
+                FailsWith(-1, EINVAL));
     ::shutdown(ends_[1], SHUT_RDWR);
-    EXPECT_EQ(poll_sock_recv(ends_[0], uptime_getms() + 1000), 1);
+    EXPECT_EQ(poll_sock_recv(fd, uptime_getms() + 1000), 1);
 }
 
 TEST(ConnectTimeout, FailuresEndTheWait) {

@@ -18,6 +18,14 @@
 
 namespace lab {
 
+class Pinned { // no copies
+  protected:
+    Pinned() = default;
+    ~Pinned() = default;
+    Pinned(const Pinned &) = delete;
+    Pinned &operator=(const Pinned &) = delete;
+};
+
 // --- The system log ---
 
 // Binds /dev/log and lets the C library connect to it, so that no later call seems to leak that
@@ -55,12 +63,10 @@ int in_child(const std::function<int()> &function);
 size_t open_descriptors();
 
 // Everything that its scope opened must be closed and every child reaped when the scope ends.
-class Census {
+class Census : Pinned {
   public:
     Census();
     ~Census();
-    Census(const Census &) = delete;
-    Census &operator=(const Census &) = delete;
 
   private:
     size_t descriptors_;
@@ -77,12 +83,10 @@ MATCHER_P2(FailsWith, result, error, "") {
 // --- Bad moments ---
 
 // Interrupts the process every few milliseconds while it lives (SIGALRM, calls are not restarted).
-class SignalStorm {
+class SignalStorm : Pinned {
   public:
     explicit SignalStorm(int milliseconds = 3);
     ~SignalStorm();
-    SignalStorm(const SignalStorm &) = delete;
-    SignalStorm &operator=(const SignalStorm &) = delete;
 
     static int count(); // signals since the storm began
 };
@@ -112,12 +116,10 @@ bool wait_until(const std::function<bool()> &ready, int milliseconds = 5000);
 // --- Memory ---
 
 // A copy of some bytes that ends right before an unreadable page, so that any read past it faults.
-class Fenced {
+class Fenced : Pinned {
   public:
     explicit Fenced(std::string_view bytes);
     ~Fenced();
-    Fenced(const Fenced &) = delete;
-    Fenced &operator=(const Fenced &) = delete;
 
     char *data() { return data_; }
     size_t size() const { return size_; }
@@ -132,12 +134,10 @@ class Fenced {
 // --- Other processes and hosts ---
 
 // A program in the background, started through the shell, ended (by pid) with its scope.
-class Background {
+class Background : Pinned {
   public:
     explicit Background(const std::string &command);
     ~Background();
-    Background(const Background &) = delete;
-    Background &operator=(const Background &) = delete;
 
     pid_t pid() const { return pid_; }
     void stop();
@@ -149,13 +149,11 @@ class Background {
 // Another host in a network namespace of its own, joined to ours by one cable:
 //     Host provider("isp", "eth1", "10.1.0.2/24", "10.1.0.1/24");
 // gives us eth1 with 10.1.0.2/24 and the host an interface "up0" with 10.1.0.1/24.
-class Host {
+class Host : Pinned {
   public:
     Host(const std::string &name, const std::string &our_ifname, const std::string &our_address,
          const std::string &its_address);
     ~Host();
-    Host(const Host &) = delete;
-    Host &operator=(const Host &) = delete;
 
     // The command as one that runs there; for sh() and Background.
     std::string command(const std::string &text) const;

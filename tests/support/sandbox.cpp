@@ -69,23 +69,14 @@ void put_back(const Kept &kept) {
     ::close(kept.fd);
 }
 
-bool below(const fs::path &path, const char *folder) {
-    return path.string().starts_with(std::string(folder) + "/");
-}
-
 void mount_private_folders() {
     std::vector<Kept> kept;
     for (const char *device : {"null", "zero", "full", "random", "urandom", "tty", "net/tun"}) {
         kept.push_back(keep(fs::path("/dev") / device));
     }
     // The checkout may itself be under a folder that is about to be covered.
-    for (const char *tree : {ROUTERKIT_SOURCE_DIR, ROUTERKIT_BINARY_DIR}) {
-        for (const char *folder : {"/var", "/tmp", "/run"}) {
-            if (below(tree, folder)) {
-                kept.push_back(keep(tree));
-            }
-        }
-    }
+    kept.push_back(keep(ROUTERKIT_SOURCE_DIR));
+    kept.push_back(keep(ROUTERKIT_BINARY_DIR));
     require(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "detach the mounts");
     for (const char *folder : {"/var", "/tmp", "/run", "/dev"}) {
         require(::mount("lab", folder, "tmpfs", 0, "mode=0755") == 0, "mount private folders");
