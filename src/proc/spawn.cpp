@@ -21,6 +21,13 @@ namespace {
 
 constinit char bin_path[] = "PATH=/bin";
 
+// musl has no vfork for MIPS: its function of that name forks.
+#if defined(__mips__) && !defined(__GLIBC__)
+constexpr bool kVforkCopies = true;
+#else
+constexpr bool kVforkCopies = false;
+#endif
+
 // Everything that a child needs, made before there is a child: it shares its parent's memory until
 // it execs, and only makes system calls.
 struct Launch {
@@ -35,13 +42,24 @@ struct Launch {
     int exec_error = 0;  // what the child reports
 };
 
+// glibc's strerror translates, with locks and memory of the host's; the host sets no language for
+// its tools, so the plain text is the same. musl's only reads a table.
+const char *error_text(int error) {
+#ifdef __GLIBC__
+    const char *text = ::strerrordesc_np(error);
+    return text != nullptr ? text : "Unknown error";
+#else
+    return std::strerror(error);
+#endif
+}
+
 // As perror, without stdio.
 void print_error(const char *prefix, int error) {
     TextBuffer<2048 + 128> line;
     if (*prefix != '\0') {
         line.append(prefix).append(": ");
     }
-    line.append(std::strerror(error)).append('\n');
+    line.append(error_text(error)).append('\n');
     [[maybe_unused]] ssize_t ignored =
         retry_eintr([&] { return ::write(STDERR_FILENO, line.c_str(), line.size()); });
 }
@@ -165,7 +183,7 @@ pid_t start(Launch &launch) {
     sigset_t all;
     ::sigfillset(&all);
     ::sigprocmask(SIG_SETMASK, &all, &launch.mask);
-    launch.copied = open_may_wait(launch.streams.file);
+    launch.copied = kVforkCopies || open_may_wait(launch.streams.file);
     int before = errno;
     pid_t pid = make_child(launch);
     int error = pid < 0 ? errno : before; // errno is memory that the child shares, too
