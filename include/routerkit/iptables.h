@@ -37,8 +37,8 @@ ROUTERKIT_API int iptables_check(const char *table, const char *rule);
 /* Appends a rule unless it is there; 0 if it was, else the result of iptables_add. */
 ROUTERKIT_API int iptables_smartadd(const char *table, const char *rule);
 
-/* Deletes a rule if it is there; 0 if it was not, else the result of iptables_del. A check that
- * could not be run tells nothing: the rule is deleted then. */
+/* Deletes a rule if it is there; 0 if it was not, else the result of iptables_del. -1 with errno,
+ * and nothing is deleted, if the check was refused or could not be started. */
 ROUTERKIT_API int iptables_smartdel(const char *table, const char *rule);
 
 /* iptables_smartadd for on != 0, else iptables_smartdel. */

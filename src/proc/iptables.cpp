@@ -58,7 +58,11 @@ int iptables_smartadd(const char *table, const char *rule) {
 }
 
 int iptables_smartdel(const char *table, const char *rule) {
-    return check(table, rule) > 0 ? 0 : iptables_del(table, rule);
+    int status = check(table, rule);
+    if (status != 0) {
+        return status < 0 ? status : 0;
+    }
+    return iptables_del(table, rule);
 }
 
 int iptables_set(int on, const char *table, const char *rule) {
