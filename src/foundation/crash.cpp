@@ -79,7 +79,6 @@ void on_overdue(int /*signal*/) {
     die();
 }
 
-// From here on only a fault, an abort or the end of the time can interrupt the report.
 void limit_report() {
     ::alarm(kReportSeconds);
     ::signal(SIGALRM, SIG_IGN); // forgets one that the host's own timer has sent
@@ -87,6 +86,10 @@ void limit_report() {
     action.sa_handler = on_overdue;
     action.sa_flags = SA_ONSTACK;
     ::sigaction(SIGALRM, &action, nullptr);
+}
+
+// From here on only a fault, an abort or the end of the time can interrupt the report.
+void shut_out_signals() {
     sigset_t rest = all_but_faults();
     sigdelset(&rest, SIGALRM);
     sigdelset(&rest, SIGABRT);
@@ -119,8 +122,12 @@ void dump_stack_plainly() {
 }
 
 [[noreturn]] void report_and_die(int number, const siginfo_t *info) {
-    limit_report();
-    if (reporter == ::getpid()) {
+    bool again = reporter == ::getpid();
+    if (!again) { // the first one's time goes on
+        limit_report();
+    }
+    shut_out_signals();
+    if (again) {
         die_after_broken_report();
     }
     reporter = ::getpid();
