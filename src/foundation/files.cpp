@@ -233,7 +233,8 @@ int readFmtFromFile(const char *path, const char *format, ...) {
 
 long readNumFromFile(const char *path) {
     char text[kNumberLength + 1];
-    return readStrFromFile(path, text, sizeof text) < 0 ? -1 : std::atol(text);
+    // Where a long has 32 bits, musl's atol would wrap around: any number might name process 1.
+    return readStrFromFile(path, text, sizeof text) < 0 ? -1 : std::strtol(text, nullptr, 10);
 }
 
 char *loadFile(const char *path, size_t *length) {
