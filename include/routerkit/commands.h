@@ -23,8 +23,12 @@
  * LOG_ERR, and the status is then the errno (the former) or 1 (the latter). An output file that
  * cannot be opened is reported on the child's standard error, and its errno is the status.
  *
- * The caller's memory, environment, signals and unwritten stdio are never touched by a child, and
- * no descriptor of the library reaches one.
+ * A program inherits the caller's environment (but for PATH=/bin above), folder, umask, blocked and
+ * ignored signals, standard input, and the streams that the runner does not replace. Of the
+ * caller's other descriptors it inherits those that are not close-on-exec; of the library's, none.
+ * The caller's signal handlers, atexit handlers and unwritten stdio never act in a child, and its
+ * memory, environment and signals are never changed by one. In a caller that ignores SIGCHLD the
+ * kernel reaps the children: the runners that wait return -1 with errno ECHILD.
  */
 #ifndef ROUTERKIT_COMMANDS_H
 #define ROUTERKIT_COMMANDS_H
@@ -70,7 +74,9 @@ ROUTERKIT_API int lcmdf(const char *format, ...) ROUTERKIT_PRINTF(1, 2);
 
 /* --- Word lists ---
  *   words    the program and its arguments, closed by a null (an empty list: -1, errno EINVAL)
- *   outPath  the file that standard output and error go to; null closes standard error */
+ *   outPath  the file that standard output and error go to. With null standard output is inherited
+ *            and standard error is closed, not silenced: a complaint of the program's fails, and
+ * the next file it opens gets descriptor 2 */
 
 ROUTERKIT_API int execulity(char *const *words, const char *outPath);
 

@@ -39,24 +39,19 @@ int DoCmd(char **words, const char *outPath) {
 int RunSystemCmd(const char *outPath, ...) {
     char *words[kArguments + 1];
     size_t count = 0;
-    int error = 0;
     va_list args;
     va_start(args, outPath);
-    for (;;) {
-        char *word = va_arg(args, char *);
-        error = word == nullptr ? EINVAL : 0;
-        if (error != 0 || *word == '\0') {
-            break;
-        }
-        if (count == kArguments) {
-            error = E2BIG;
-            break;
-        }
+    char *word = va_arg(args, char *);
+    while (word != nullptr && *word != '\0' && count < kArguments) {
         words[count++] = word;
+        word = va_arg(args, char *);
     }
     va_end(args);
     words[count] = nullptr;
-    return error != 0 ? fail(error) : DoCmd(words, outPath);
+    if (word == nullptr) {
+        return fail(EINVAL);
+    }
+    return *word == '\0' ? DoCmd(words, outPath) : fail(E2BIG);
 }
 
 int _echo(int argc, char **argv, const char *outPath) {
