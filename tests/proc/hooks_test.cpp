@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/lab.h"
@@ -12,23 +13,21 @@ using lab::get;
 
 namespace {
 
-int seen_count;
-std::vector<std::string> seen_words;
+std::string seen;
 
 int remember(int argc, char **argv, const char *outPath) {
-    seen_count = argc;
-    seen_words.assign(argv, argv + argc);
-    seen_words.emplace_back(outPath == nullptr ? "none" : outPath);
+    seen.clear();
+    for (int i = 0; i < argc; ++i) {
+        seen += std::string(argv[i]) + " ";
+    }
+    seen += argv[argc] == nullptr && outPath != nullptr ? outPath : "?";
     return 77;
 }
 
 TEST(Hooks, EchoIsBuiltIn) {
     lab::Census census;
-    EXPECT_STREQ(hooks.name, "echo");
-    EXPECT_EQ(hooks.handler, _echo);
-    int result = 0;
-    EXPECT_EQ(lab::printed([&] { result = RunSystemCmd(nullptr, "echo", "1", ""); }).output, "1\n");
-    EXPECT_EQ(result, 2);
+    auto print = [] { EXPECT_EQ(RunSystemCmd(nullptr, "echo", "1", ""), 2); };
+    EXPECT_EQ(lab::printed(print).output, "1\n");
     lab::put("/tmp/x", "old and longer");
     EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", "b", ""), 2);
     EXPECT_EQ(get("/tmp/x"), "ab");
@@ -41,7 +40,6 @@ TEST(Hooks, EchoIsBuiltIn) {
     std::string fits(1022, 'x');
     EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", fits.c_str(), ""), 1023);
     EXPECT_THAT(RunSystemCmd("/tmp/x", "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
-    EXPECT_THAT(RunSystemCmd(nullptr, "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
     EXPECT_EQ(get("/tmp/x"), fits + "\n");
 }
 
@@ -51,8 +49,7 @@ TEST(Hooks, ReplacedAndSwitchedOff) {
     command_hooks_t kept = hooks;
     hooks = {"filter", remember};
     EXPECT_EQ(RunSystemCmd("/tmp/x", "filter", "on", ""), 77);
-    EXPECT_EQ(seen_count, 2);
-    EXPECT_THAT(seen_words, testing::ElementsAre("filter", "on", "/tmp/x"));
+    EXPECT_EQ(seen, "filter on /tmp/x");
     EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", ""), 0);
     EXPECT_EQ(get("/tmp/x"), "program -n a");
     hooks = {"echo", nullptr};
@@ -67,13 +64,10 @@ TEST(Hooks, WordsOfASystemCommand) {
     EXPECT_THAT(RunSystemCmd(nullptr, "true", static_cast<char *>(nullptr)), FailsWith(-1, EINVAL));
     char *none[] = {nullptr};
     EXPECT_THAT(DoCmd(none, nullptr), FailsWith(-1, EINVAL));
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "sh", "-c", "exit $#", "0", "1", "2", "3", "4", "5", "6", "7",
-                           "8", "9", "10", "11", "12", "13", "14", "15", "16", "17", "18", "19",
-                           "20", "21", ""),
+#define FIVE "1", "2", "3", "4", "5"
+    EXPECT_EQ(RunSystemCmd("/tmp/x", "sh", "-c", "exit $#", "0", FIVE, FIVE, FIVE, FIVE, "21", ""),
               21);
-    EXPECT_THAT(RunSystemCmd("/tmp/y", "echo", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10",
-                             "11", "12", "13", "14", "15", "16", "17", "18", "19", "20", "21", "22",
-                             "23", "24", "25", ""),
+    EXPECT_THAT(RunSystemCmd("/tmp/y", "echo", FIVE, FIVE, FIVE, FIVE, FIVE, ""),
                 FailsWith(-1, E2BIG));
     EXPECT_FALSE(lab::exists("/tmp/y"));
 }
@@ -106,21 +100,20 @@ TEST(Shell, BatchesGoOnAfterAFailure) {
 TEST(Reinit, TheClientsWords) {
     lab::Census census;
     lab::put_program("reinitCli", "#!/bin/sh\nprintf '<%s>' \"$@\" > /tmp/words\nexit 5\n");
-    std::string pid = std::to_string(::getpid());
+    std::string pid = "<-d><pid=" + std::to_string(::getpid());
     EXPECT_EQ(reinitEvent("wan", "idx=%d", 2), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><wan><-d><pid=" + pid + ",idx=2>");
+    EXPECT_EQ(get("/tmp/words"), "<-e><wan>" + pid + ",idx=2>");
     EXPECT_EQ(reinitApply(), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><apply><-d><pid=" + pid + ">");
+    EXPECT_EQ(get("/tmp/words"), "<-e><apply>" + pid + ">");
     EXPECT_EQ(_waitpid(forkReinitEvent("a b", "%s", "")), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><a b><-d><pid=" + pid + ",>");
+    EXPECT_EQ(get("/tmp/words"), "<-e><a b>" + pid + ",>");
 
-    std::string data(4095 - std::string("pid=," + pid).size(), 'x');
+    std::string data(4095 + std::string("<-d><").size() - (pid + ",").size(), 'x');
     EXPECT_EQ(reinitEvent("wan", "%s", data.c_str()), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><wan><-d><pid=" + pid + "," + data + ">");
+    EXPECT_EQ(get("/tmp/words"), "<-e><wan>" + pid + "," + data + ">");
     lab::put("/tmp/words", "");
     EXPECT_THAT(reinitEvent("wan", "%sx", data.c_str()), FailsWith(-1, ENOBUFS));
-    EXPECT_THAT(forkReinitEvent("wan", "%sx", data.c_str()), FailsWith(-1, ENOBUFS));
-    EXPECT_THAT(reinitEvent(nullptr, nullptr), FailsWith(-1, EINVAL));
+    EXPECT_THAT(forkReinitEvent(nullptr, nullptr), FailsWith(-1, EINVAL));
     EXPECT_EQ(get("/tmp/words"), "");
 }
 
@@ -128,15 +121,11 @@ TEST(Reinit, TheClientIsSearchedForAlongTheHostsPath) {
     lab::Census census;
     std::string path = ::getenv("PATH");
     ::setenv("PATH", "/tmp/tools", 1);
-    int status = -2;
-    lab::Printed printed = lab::printed([&] { status = reinitApply(); });
-    EXPECT_EQ(status, 1);
-    EXPECT_EQ(printed.error, "");
+    EXPECT_EQ(lab::printed([] { EXPECT_EQ(reinitApply(), 1); }).error, "");
     EXPECT_THAT(lab::take_log(),
                 testing::ElementsAre("err: execvp(reinitCli): No such file or directory"));
     lab::put("/tmp/tools/reinitCli", "#!/bin/sh\nexit 8\n");
-    ::setenv("PATH", ("/tmp/tools:" + path).c_str(), 1);
-    EXPECT_EQ(lab::sh("chmod +x /tmp/tools/reinitCli"), "");
+    ::chmod("/tmp/tools/reinitCli", 0700);
     EXPECT_EQ(reinitApply(), 8);
     ::setenv("PATH", path.c_str(), 1);
 }
