@@ -128,6 +128,7 @@ Printed printed(const std::function<void()> &call) {
     }
     call();
     int seen = errno;
+    std::fflush(stdout);
     for (int fd : {1, 2}) {
         ::dup2(kept[static_cast<size_t>(fd - 1)], fd);
         ::close(kept[static_cast<size_t>(fd - 1)]);
