@@ -14,40 +14,39 @@
 /* The faults are meant: no tool shall catch them before the kernel does. */
 #define MEANT __attribute__((noinline, no_sanitize("address", "undefined")))
 
-enum { kRounds = 20000 };
-
-MEANT void write_to_nowhere(void);
-MEANT void divide_by_zero(void);
-MEANT void give_up(void);
-MEANT void break_the_heap(void);
+/* Each takes the number that stands beside its name below; a result of 0 is a failure. */
+MEANT int write_to_nowhere(long number);
+MEANT int divide_by(long number);
+MEANT int give_up(long number);
+MEANT int break_the_heap(long number);
 MEANT int fall_down(volatile char *above);
 
 static int *volatile nowhere = (int *)0x10;
 static volatile int endless = 1;
 
-void write_to_nowhere(void) {
-    *nowhere = 1;
+int write_to_nowhere(long number) {
+    *nowhere = (int)number;
+    return 0;
 }
 
-void divide_by_zero(void) {
-    volatile int number = 7;
-    volatile int zero = 0;
-    number = number / zero;
+int divide_by(long number) {
+    volatile int divisor = (int)number;
+    return 7 / divisor;
 }
 
 /* Through a pointer: a call that the compiler knows never to return may be the function's last
  * instruction, and its return address then lies in the next function. */
 static void (*volatile give_up_how)(void) = abort;
 
-void give_up(void) {
+int give_up(long number) {
     give_up_how();
-    endless = 1;
+    return (int)number;
 }
 
 /* Leaves the heap without a spare block, and writes over the size of the free rest at its end: the
  * next malloc of more than a few bytes says so and aborts. */
-void break_the_heap(void) {
-    for (int i = 0; i < 10000; ++i) {
+int break_the_heap(long number) {
+    for (long i = 0; i < number; ++i) {
         void *volatile spare = malloc(600);
         (void)spare;
     }
@@ -56,6 +55,7 @@ void break_the_heap(void) {
         block[i] = '\x7f';
     }
     *nowhere = 1;
+    return 0;
 }
 
 int fall_down(volatile char *above) {
@@ -65,71 +65,79 @@ int fall_down(volatile char *above) {
 }
 
 /* As much alternate stack as the header asks for, and not a byte more. */
-static void overflow_the_stack(void) {
+static int overflow_the_stack(long number) {
     stack_t stack;
     memset(&stack, 0, sizeof stack);
-    stack.ss_size = 16384 + (size_t)sysconf(_SC_MINSIGSTKSZ);
+    stack.ss_size = (size_t)number + (size_t)sysconf(_SC_MINSIGSTKSZ);
     stack.ss_sp = malloc(stack.ss_size);
     sigaltstack(&stack, NULL);
-    fall_down("");
+    return fall_down("");
 }
 
-static int write_to_closed_pipe(void) {
+static int write_to_closed_pipe(long number) {
     int ends[2];
-    return pipe(ends) == 0 && close(ends[0]) == 0 && write(ends[1], "x", 1) == -1 && errno == EPIPE;
+    return pipe(ends) == 0 && close(ends[0]) == 0 && write(ends[1], "xx", (size_t)number) == -1 &&
+           errno == EPIPE;
 }
 
-static int have_a_child(void) {
+static int have_a_child(long number) {
     int status = 0;
-    pid_t child = fork();
-    if (child == 0) {
-        _exit(3);
+    if (fork() == 0) {
+        _exit((int)number);
     }
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    while (wait(&status) < 0 && errno == EINTR) {
     }
-    return status == 3 << 8;
+    return status == number << 8;
 }
 
 /* Milliseconds that a signal of the second group costs. */
-static int time_a_signal(void) {
+static int time_a_signal(long number) {
     struct timespec from;
     struct timespec to;
     clock_gettime(CLOCK_MONOTONIC, &from);
-    raise(SIGUSR1);
+    raise((int)number);
     clock_gettime(CLOCK_MONOTONIC, &to);
     printf("%ld\n", (to.tv_sec - from.tv_sec) * 1000 + (to.tv_nsec - from.tv_nsec) / 1000000);
     return 1;
 }
 
-static int keep_errno(void) {
+static int keep_errno(long number) {
     int kept = 0;
-    for (int value = 1; value <= 20; ++value) {
+    for (int value = 1; value <= number; ++value) {
         errno = value;
         raise(SIGUSR1);
         kept += errno == value;
     }
-    return kept == 20;
+    return kept == number;
 }
 
-/* Busy where a signal is least welcome; rounds without end for 0. */
-static int log_lines(long rounds) {
-    for (long round = 0; rounds == 0 || round < rounds; ++round) {
-        syslog(LOG_INFO, "line %ld", round);
+static int wait_for_signals(long number) {
+    while (number == 0) {
+        pause();
     }
     return 1;
 }
 
-static int read_clocks(long rounds) {
+/* Busy where a signal is least welcome; rounds without end for 0. */
+static int log_lines(long number) {
+    for (long round = 0; number == 0 || round < number; ++round) {
+        syslog(LOG_INFO, "line %ld", round);
+    }
+    syslog(LOG_NOTICE, "still here");
+    return 1;
+}
+
+static int read_clocks(long number) {
     time_t now = 0;
-    for (long round = 0; rounds == 0 || round < rounds * 50; ++round) {
+    for (long round = 0; number == 0 || round < number; ++round) {
         localtime(&now);
     }
     syslog(LOG_NOTICE, "still here");
     return 1;
 }
 
-static int use_the_heap(long rounds) {
-    for (long round = 0; rounds == 0 || round < rounds * 100; ++round) {
+static int use_the_heap(long number) {
+    for (long round = 0; number == 0 || round < number; ++round) {
         void *volatile small = malloc(100);
         void *volatile large = malloc(5000);
         free(small);
@@ -141,49 +149,24 @@ static int use_the_heap(long rounds) {
 
 static const struct {
     const char *name;
-    void (*crash)(void);
-} kCrashes[] = {{"null", write_to_nowhere},
-                {"divide", divide_by_zero},
-                {"abort", give_up},
-                {"heap", break_the_heap},
-                {"overflow", overflow_the_stack}};
-
-static const struct {
-    const char *name;
-    int (*check)(void);
-} kChecks[] = {{"pipe", write_to_closed_pipe},
-               {"child", have_a_child},
-               {"time", time_a_signal},
-               {"errno", keep_errno}};
-
-static const struct {
-    const char *name;
-    int (*work)(long rounds);
-    long rounds;
-} kWorks[] = {{"log", log_lines, kRounds},       {"log-on", log_lines, 0},
-              {"clocks", read_clocks, kRounds},  {"clocks-on", read_clocks, 0},
-              {"blocks", use_the_heap, kRounds}, {"blocks-on", use_the_heap, 0}};
-
-#define COUNT(table) (sizeof(table) / sizeof((table)[0]))
-
-static int act(const char *what) {
-    for (size_t i = 0; i < COUNT(kCrashes); ++i) {
-        if (strcmp(what, kCrashes[i].name) == 0) {
-            kCrashes[i].crash();
-        }
-    }
-    for (size_t i = 0; i < COUNT(kChecks); ++i) {
-        if (strcmp(what, kChecks[i].name) == 0) {
-            return kChecks[i].check();
-        }
-    }
-    for (size_t i = 0; i < COUNT(kWorks); ++i) {
-        if (strcmp(what, kWorks[i].name) == 0) {
-            return kWorks[i].work(kWorks[i].rounds);
-        }
-    }
-    return 0;
-}
+    int (*act)(long number);
+    long number;
+} kActs[] = {{"null", write_to_nowhere, 1},
+             {"divide", divide_by, 0},
+             {"abort", give_up, 0},
+             {"heap", break_the_heap, 10000},
+             {"overflow", overflow_the_stack, 16384},
+             {"pipe", write_to_closed_pipe, 1},
+             {"child", have_a_child, 3},
+             {"time", time_a_signal, SIGUSR1},
+             {"errno", keep_errno, 20},
+             {"wait", wait_for_signals, 0},
+             {"log", log_lines, 20000},
+             {"log-on", log_lines, 0},
+             {"clocks", read_clocks, 1000000},
+             {"clocks-on", read_clocks, 0},
+             {"blocks", use_the_heap, 2000000},
+             {"blocks-on", use_the_heap, 0}};
 
 int main(int argc, char **argv) {
     if (argc < 2 || init_signals() != 0) {
@@ -195,10 +178,10 @@ int main(int argc, char **argv) {
     }
     puts("ready");
     fflush(stdout);
-    if (strcmp(argv[1], "wait") == 0) {
-        for (;;) {
-            pause();
+    for (size_t i = 0; i < sizeof kActs / sizeof kActs[0]; ++i) {
+        if (strcmp(argv[1], kActs[i].name) == 0) {
+            return kActs[i].act(kActs[i].number) ? 0 : 1;
         }
     }
-    return act(argv[1]) ? 0 : 1;
+    return 2;
 }
