@@ -22,23 +22,18 @@ class WebServer {
     using Script = std::function<std::optional<std::string>(const std::string &request)>;
 
     WebServer(uint16_t port, const Script &script, bool eager = false)
-        : script_(script), eager_(eager) {
-        rk::UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        : script_(script), eager_(eager), listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in here = rk::inet_endpoint(INADDR_LOOPBACK, port);
         constexpr int kOn = 1;
-        ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &kOn, sizeof kOn);
-        EXPECT_EQ(::bind(listener.get(), rk::as_sockaddr(here), sizeof here), 0) << errno;
-        EXPECT_EQ(::listen(listener.get(), 64), 0);
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, requests_), 0);
+        ::setsockopt(listener_.get(), SOL_SOCKET, SO_REUSEADDR, &kOn, sizeof kOn);
+        EXPECT_EQ(::bind(listener_.get(), rk::as_sockaddr(here), sizeof here), 0) << errno;
+        EXPECT_EQ(::listen(listener_.get(), 64), 0);
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, requests_), 0);
         child_ = ::fork();
-        if (child_ == 0) {
-            ::signal(SIGPIPE, SIG_IGN);
-            for (;;) {
-                serve(rk::UniqueFd(::accept(listener.get(), nullptr, nullptr)));
-            }
+        while (child_ == 0) {
+            serve(rk::UniqueFd(::accept(listener_.get(), nullptr, nullptr)));
         }
     }
-
     ~WebServer() {
         ::kill(child_, SIGKILL);
         ::waitpid(child_, nullptr, 0);
@@ -46,7 +41,6 @@ class WebServer {
         ::close(requests_[1]);
     }
     WebServer(const WebServer &) = delete;
-    WebServer &operator=(const WebServer &) = delete;
 
     // The next request that the server saw whole, or as far as it came; waits for it.
     std::string take_request() const {
@@ -57,42 +51,35 @@ class WebServer {
 
   private:
     static bool is_whole(const std::string &request) {
-        size_t blank = request.find("\r\n\r\n");
-        size_t length = request.find("Content-length: ");
+        size_t blank = request.find("\r\n\r\n"), length = request.find("Content-length: ");
         size_t body = length == std::string::npos ? 0 : std::stoul(request.substr(length + 16));
         return blank != std::string::npos && request.size() >= blank + 4 + body;
     }
 
+    void answer(const rk::UniqueFd &client, const std::string &request) const {
+        if (std::optional<std::string> reply = script_(request)) {
+            ::send(client.get(), reply->data(), reply->size(), MSG_NOSIGNAL);
+            ::shutdown(client.get(), SHUT_WR);
+        }
+    }
+
     void serve(const rk::UniqueFd &client) const {
         std::string request;
-        std::optional<std::string> reply;
-        if (eager_) {
-            send(client, reply = script_(request));
-        }
+        eager_ ? answer(client, request) : void();
         char block[65536];
         for (ssize_t count = 1; count > 0 && !is_whole(request);) {
             count = ::read(client.get(), block, sizeof block);
             request.append(block, static_cast<size_t>(std::max(count, ssize_t{0})));
         }
-        ::write(requests_[1], request.data(), request.size());
-        if (!eager_) {
-            send(client, reply = script_(request));
-        }
-        if (reply) {
-            ::shutdown(client.get(), SHUT_WR);
-        }
+        ::send(requests_[1], request.data(), request.size(), 0);
+        eager_ ? void() : answer(client, request);
         while (::read(client.get(), block, sizeof block) > 0) {
-        }
-    }
-
-    static void send(const rk::UniqueFd &client, const std::optional<std::string> &reply) {
-        if (reply) {
-            ::write(client.get(), reply->data(), reply->size());
         }
     }
 
     Script script_;
     bool eager_;
+    rk::UniqueFd listener_;
     int requests_[2];
     pid_t child_;
 };
