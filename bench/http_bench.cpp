@@ -16,21 +16,13 @@
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/pairs.h"
 #include "support/sandbox.h"
 
 namespace {
-
-constexpr const char *kConfiguration =
-    "user root; daemon off; master_process off; pid /tmp/nginx.pid; events {}\n"
-    "error_log stderr crit;\n"
-    "http { access_log off; client_body_temp_path /tmp/t1; proxy_temp_path /tmp/t2;\n"
-    "fastcgi_temp_path /tmp/t3; uwsgi_temp_path /tmp/t4; scgi_temp_path /tmp/t5;\n"
-    "server { listen 127.0.0.1:8080; root /tmp;\n"
-    "location = /chunked { ssi on; ssi_types *; alias /tmp/page; }\n"
-    "location = /moved { return 301 http://127.0.0.1:8080/page; } } }\n";
 
 char body[200000];
 size_t body_length;
@@ -108,14 +100,14 @@ void stay_on_one_processor() {
 void start_nginx() {
     const std::string page(2048, 'p');
     const std::string large(100000, 'l');
-    if (writeStrToFile("/tmp/nginx.conf", kConfiguration) < 0 ||
-        writeStrToFile("/tmp/page", page.c_str()) < 0 ||
-        writeStrToFile("/tmp/large", large.c_str()) < 0) {
-        give_up("/tmp");
+    if (::mkdir("/tmp/web", 0755) != 0 || writeStrToFile("/tmp/web/page", page.c_str()) < 0 ||
+        writeStrToFile("/tmp/web/large", large.c_str()) < 0) {
+        give_up("/tmp/web");
     }
     if (::fork() == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ::execlp("nginx", "nginx", "-c", "/tmp/nginx.conf", "-e", "stderr", nullptr);
+        ::execlp("nginx", "nginx", "-c", ROUTERKIT_SOURCE_DIR "/tests/http/nginx.conf", "-e",
+                 "stderr", nullptr);
         std::_Exit(127);
     }
     sockaddr_in server = {AF_INET, htons(8080), {htonl(INADDR_LOOPBACK)}, {}};

@@ -229,16 +229,7 @@ TEST(HttpGet, TalksToARealServer) {
     lab::put("/tmp/web/empty", "");
     lab::put("/tmp/web/page", std::string(2048, 'p'));
     lab::put("/tmp/web/large", std::string(1000000, 'l'));
-    lab::put("/tmp/nginx.conf",
-             "daemon off; master_process off; pid /tmp/nginx.pid; events {}\n"
-             "http { access_log off; client_body_temp_path /tmp/t1; proxy_temp_path /tmp/t2;\n"
-             "fastcgi_temp_path /tmp/t3; uwsgi_temp_path /tmp/t4; scgi_temp_path /tmp/t5;\n"
-             "server { listen 127.0.0.1:8080; root /tmp/web;\n"
-             "location = /chunked { ssi on; ssi_types *; alias /tmp/web/page; }\n"
-             "location = /moved { return 301 http://127.0.0.1:8080/page; }\n"
-             "location = /cookie { add_header Set-Cookie 'sid=$cookie_sid-2; Path=/';\n"
-             "return 200 'yes'; } } }\n");
-    lab::Background nginx("nginx -c /tmp/nginx.conf -e /tmp/nginx.log");
+    lab::Background nginx("nginx -c " ROUTERKIT_SOURCE_DIR "/tests/http/nginx.conf -e stderr");
     ASSERT_TRUE(lab::wait_until([] { return lab::sh("ss -Hltn sport = :8080") != ""; }));
     const std::string base = "http://127.0.0.1:8080", page = "2048 " + std::string(2048, 'p');
     EXPECT_EQ(get(base + "/page"), page + ".#");

@@ -1,4 +1,5 @@
 #include <routerkit/http.h>
+#include <routerkit/jsonrpc.h>
 
 #include "http/web_server.h"
 #include "support/lab.h"
@@ -97,6 +98,9 @@ TEST(HttpPost, GivesASilentServerTwoSecondsWhateverSignalsArrive) {
     lab::SignalStorm storm;
     EXPECT_NEAR(lab::elapsed_ms([&] { EXPECT_THAT(post.run(), FailsWith(-1, EAGAIN)); }), 2210, 60);
     EXPECT_GT(lab::SignalStorm::count(), 300);
+    int length = 99;
+    EXPECT_EQ(http_post_rpc("127.0.0.1", "m", "", post.room, 20, &length), 0);
+    EXPECT_THAT(length, FailsWith(-1, EAGAIN));
 }
 
 } // namespace
