@@ -30,7 +30,9 @@ inline bool has_line_end(const char *text) {
 // What stands in the request line for a URL's path and query, without a fragment.
 void append_target(TextWriter &request, const char *path);
 
-using PostRequest = TextBuffer<65535>;
+// For requests, batches of calls and raw replies, a NUL included in the texts.
+constexpr size_t kPostRoom = 65535;
+using PostRequest = TextBuffer<kPostRoom>;
 
 // False with EINVAL for a line end in host or path, with ENOBUFS for a request that does not fit.
 bool write_post(PostRequest &request, const char *host, const char *path, const char *body);

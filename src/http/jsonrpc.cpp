@@ -24,7 +24,7 @@ namespace {
 constexpr const char *kPath = "/rpcform/jsonrpc";
 constexpr int kOk = 200;
 
-using Batch = rk::TextBuffer<65535>;
+using Batch = rk::TextBuffer<rk::kPostRoom>;
 
 // `quote` stands on both sides of the ids.
 bool write_batch(Batch &batch, const jsonrpc_req_t *calls, size_t count, const char *quote) {
@@ -45,7 +45,7 @@ http_post_t post_of(const char *host, const Batch &batch, char *reply, int32_t r
     post.host = host;
     post.path = kPath;
     post.body = batch.c_str();
-    post.body_size = sizeof(Batch);
+    post.body_size = rk::kPostRoom;
     post.reply = reply;
     post.reply_size = reply_size;
     return post;
@@ -146,7 +146,7 @@ int http_post_request(const char *host, int port, const char *method, const char
     if (!fd || !rk::send_all(fd.get(), request.view(), rk::kNoLimit)) {
         return -1;
     }
-    ssize_t count = rk::receive_once(fd.get(), out, sizeof request, rk::kNoLimit);
+    ssize_t count = rk::receive_once(fd.get(), out, rk::kPostRoom, rk::kNoLimit);
     out[std::max(count, ssize_t{0})] = '\0';
     *out_len = static_cast<int>(count);
     return 0;

@@ -5,11 +5,24 @@
 #include <map>
 #include <regex>
 
+#include <sys/syscall.h>
+
 #include "http/web_server.h"
 #include "support/lab.h"
 
 using lab::FailsWith;
 using lab::WebServer;
+
+namespace {
+
+size_t largest_receive;
+
+} // namespace
+
+extern "C" ssize_t recv(int fd, void *buffer, size_t room, int flags) {
+    largest_receive = std::max(largest_receive, room);
+    return ::syscall(SYS_recvfrom, fd, buffer, room, flags, nullptr, nullptr);
+}
 
 namespace {
 
@@ -134,6 +147,7 @@ TEST(SingleCalls, PostABatchOfOne) {
                          R"re("params":\{"n":7\}\}\]\r\n)re");
     lab::Census census;
     EXPECT_EQ(http_post_request(kHost, 8080, "double", "\"n\":7", "/rpc?x", reply, &length), 0);
+    EXPECT_EQ(largest_receive, sizeof reply - 1);
     EXPECT_TRUE(std::regex_match(content(service.take_request(), "/rpc?x"), one));
     EXPECT_EQ(std::strlen(reply), static_cast<size_t>(length));
     EXPECT_NE(std::strstr(reply, "\"result\":14"), nullptr) << reply;
