@@ -110,6 +110,20 @@ auto without_descriptors(Call call) {
 // Milliseconds that a call took.
 int64_t elapsed_ms(const std::function<void()> &call);
 
+// The call's result, once it was seen to take so long: not less, and not much more.
+template <typename Call>
+auto takes_ms(int64_t wanted, Call call) {
+    decltype(call()) result;
+    int error = 0;
+    int64_t took = elapsed_ms([&] {
+        result = call();
+        error = errno;
+    });
+    EXPECT_THAT(took, testing::AllOf(testing::Ge(wanted - 1), testing::Le(wanted + 60)));
+    errno = error;
+    return result;
+}
+
 // Asks again every few milliseconds until the answer is yes or the time is up; returns the answer.
 bool wait_until(const std::function<bool()> &ready, int milliseconds = 5000);
 

@@ -8,7 +8,6 @@
 #include "support/bytes.h"
 #include "support/lab.h"
 #include "support/lines.h"
-#include "support/log.h"
 #include "support/text_buffer.h"
 
 using testing::ElementsAre;
@@ -63,14 +62,6 @@ TEST(Bytes, WireOrderUpToTheEnd) {
     EXPECT_EQ(reader.left() + reader.u8(), 0U) << "everything fails from then on";
     EXPECT_EQ(reader.take(0), nullptr);
     EXPECT_EQ(rk::ByteReader(bytes + 1, 7).take(SIZE_MAX), nullptr);
-}
-
-TEST(Log, KeepsErrnoWhereNobodyListens) {
-    ::closelog();
-    ::unlink("/dev/log");
-    errno = EPERM;
-    rk::log_at(LOG_ERR, "lost: %m");
-    EXPECT_EQ(errno, EPERM);
 }
 
 TEST(Lines, EndAtNewlinesOrTheTextsEnd) {
