@@ -90,17 +90,6 @@ static int have_a_child(long number) {
     return status == number << 8;
 }
 
-/* Milliseconds that a signal of the second group costs. */
-static int time_a_signal(long number) {
-    struct timespec from;
-    struct timespec to;
-    clock_gettime(CLOCK_MONOTONIC, &from);
-    raise((int)number);
-    clock_gettime(CLOCK_MONOTONIC, &to);
-    printf("%ld\n", (to.tv_sec - from.tv_sec) * 1000 + (to.tv_nsec - from.tv_nsec) / 1000000);
-    return 1;
-}
-
 static int keep_errno(long number) {
     int kept = 0;
     for (int value = 1; value <= number; ++value) {
@@ -158,7 +147,6 @@ static const struct {
              {"overflow", overflow_the_stack, 16384},
              {"pipe", write_to_closed_pipe, 1},
              {"child", have_a_child, 3},
-             {"time", time_a_signal, SIGUSR1},
              {"errno", keep_errno, 20},
              {"wait", wait_for_signals, 0},
              {"log", log_lines, 20000},

@@ -26,56 +26,58 @@ std::string split(const std::string &text, bool wants_target = true) {
     return !wants_target || target == nullptr ? result : result + "> " + target;
 }
 
-TEST(CommandLine, Words) {
-    const std::pair<const char *, const char *> cases[] = {
-        {"ls -l 'my dir' a\\ b", "[ls][-l][my dir][a b]"},
-        {"  a   b", "[a][b]"},
-        {"a b ", "[a][b]"},
-        {"a b  ", "[a][b][]"},
-        {"a b     ", "[a][b][]"},
-        {"a\tb", "[a\tb]"},
-        {"", ""},
-        {"    ", ""},
-        // Quotes hold words together, anywhere in a word, and may be empty.
-        {"\"a b\" c'd 'e", "[a b][cd e]"},
-        {"'' \"\"", "[][]"},
-        {"\"it's\" '\"'", "[it's][\"]"},
-        {"'open to the end  ", "[open to the end  ]"},
-        {"a '", "[a][]"},
-        // A backslash works outside and inside of quotes, and stays at the very end.
-        {R"(\\ \' \" \a)", R"([\][']["][a])"},
-        {R"('a\'b' "c\"d" 'e\\' 'f\g')", R"([a'b][c"d][e\][fg])"},
-        {"a\\", "[a\\]"},
-        {"'a\\", "[a\\]"},
-        // The ampersand means nothing, at the end; elsewhere it is a character.
-        {"sleep 1   &", "[sleep][1]"},
-        {"sleep 1&", "[sleep][1]"},
-        {"a && b", "[a][&&][b]"},
-        {"a & ", "[a][&]"},
-        {"a &&", "[a][&]"},
-        {"  &", ""},
-        {"a|b; $c *", "[a|b;][$c][*]"}, // no shell
-        // Redirections.
-        {"echo a>/tmp/x", "[echo][a]> /tmp/x"},
-        {"echo a   >    /tmp/x y ", "[echo][a]> /tmp/x y "},
-        {"echo a > /tmp/x &", "[echo][a]> /tmp/x"},
-        {"echo 'a b' >/tmp/x", "[echo][a b]> /tmp/x"},
-        {"echo a >", "[echo][a]> "},
-        {"echo a >> /tmp/x", "[echo][a][>]> /tmp/x"},
-        {"echo a>>/tmp/x", "[echo][a>]> /tmp/x"},
-        {"echo a 2> /tmp/x", "[echo][a][2]> /tmp/x"},
-        {"a > b > c", "[a][>][b]> c"},
-        {" > /tmp/x", "> /tmp/x"},
-        // Not redirections.
-        {"echo 'a>b'", "[echo][a>b]"},
-        {"echo a>b \"c\"", "[echo][a>b][c]"},
-        {"echo a\\>b", "[echo][a>b]"},
-        {"> /tmp/x", "[>][/tmp/x]"},
-        {"a > b \\> c", "[a][>][b][>][c]"},
-    };
+void expect_splits(std::initializer_list<std::pair<const char *, const char *>> cases) {
     for (auto [text, expected] : cases) {
         EXPECT_EQ(split(text), expected) << text;
     }
+}
+
+TEST(CommandLine, SpacesAndAmpersands) {
+    expect_splits({{"ls -l 'my dir' a\\ b", "[ls][-l][my dir][a b]"},
+                   {"  a   b", "[a][b]"},
+                   {"a b ", "[a][b]"},
+                   {"a b  ", "[a][b][]"},
+                   {"a b     ", "[a][b][]"},
+                   {"a\tb", "[a\tb]"},
+                   {"", ""},
+                   {"    ", ""},
+                   {"sleep 1   &", "[sleep][1]"},
+                   {"sleep 1&", "[sleep][1]"},
+                   {"a && b", "[a][&&][b]"},
+                   {"a & ", "[a][&]"},
+                   {"a &&", "[a][&]"},
+                   {"  &", ""},
+                   {"a|b; $c *", "[a|b;][$c][*]"}});
+}
+
+TEST(CommandLine, QuotesAndBackslashes) {
+    expect_splits({{"\"a b\" c'd 'e", "[a b][cd e]"},
+                   {"'' \"\"", "[][]"},
+                   {"\"it's\" '\"'", "[it's][\"]"},
+                   {"'open to the end  ", "[open to the end  ]"},
+                   {"a '", "[a][]"},
+                   {R"(\\ \' \" \a)", R"([\][']["][a])"},
+                   {R"('a\'b' "c\"d" 'e\\' 'f\g')", R"([a'b][c"d][e\][fg])"},
+                   {"a\\", "[a\\]"},
+                   {"'a\\", "[a\\]"}});
+}
+
+TEST(CommandLine, Redirections) {
+    expect_splits({{"echo a>/tmp/x", "[echo][a]> /tmp/x"},
+                   {"echo a   >    /tmp/x y ", "[echo][a]> /tmp/x y "},
+                   {"echo a > /tmp/x &", "[echo][a]> /tmp/x"},
+                   {"echo 'a b' >/tmp/x", "[echo][a b]> /tmp/x"},
+                   {"echo a >", "[echo][a]> "},
+                   {"echo a >> /tmp/x", "[echo][a][>]> /tmp/x"},
+                   {"echo a>>/tmp/x", "[echo][a>]> /tmp/x"},
+                   {"echo a 2> /tmp/x", "[echo][a][2]> /tmp/x"},
+                   {"a > b > c", "[a][>][b]> c"},
+                   {" > /tmp/x", "> /tmp/x"},
+                   {"echo 'a>b'", "[echo][a>b]"},
+                   {"echo a>b \"c\"", "[echo][a>b][c]"},
+                   {"echo a\\>b", "[echo][a>b]"},
+                   {"> /tmp/x", "[>][/tmp/x]"},
+                   {"a > b \\> c", "[a][>][b][>][c]"}});
     EXPECT_EQ(split("echo a > /tmp/x", false), "[echo][a]") << "dropped where nobody wants it";
 }
 

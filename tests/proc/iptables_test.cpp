@@ -33,12 +33,8 @@ std::string rules(const std::string &chain) {
 
 TEST_F(Iptables, RulesComeAndGo) {
     using Call = int (*)(const char *, const char *);
-    const Call on = [](const char *table, const char *rule) {
-        return iptables_set(1, table, rule);
-    };
-    const Call off = [](const char *table, const char *rule) {
-        return iptables_set(0, table, rule);
-    };
+    const Call on = [](const char *t, const char *r) { return iptables_set(1, t, r); };
+    const Call off = [](const char *t, const char *r) { return iptables_set(0, t, r); };
     const struct {
         Call call;
         const char *table;
@@ -94,12 +90,11 @@ TEST_F(Iptables, Chains) {
 // A host without children of its own to wait for: the check runs, and tells nothing.
 TEST_F(Iptables, NothingIsDeletedOnADoubt) {
     EXPECT_EQ(iptables_add(nullptr, "INPUT -j DROP"), 0);
-    EXPECT_EQ(lab::in_child([] {
-                  ::signal(SIGCHLD, SIG_IGN);
-                  return iptables_smartdel(nullptr, "INPUT -j DROP") == -1 && errno == ECHILD ? 0
-                                                                                              : 1;
-              }),
-              0);
+    int error = lab::in_child([] {
+        ::signal(SIGCHLD, SIG_IGN);
+        return iptables_smartdel(nullptr, "INPUT -j DROP") == -1 ? errno : 0;
+    });
+    EXPECT_EQ(error, ECHILD);
     EXPECT_EQ(rules("INPUT"), "-A INPUT -j DROP\n");
     EXPECT_THAT(lab::take_log(), IsEmpty());
 }
@@ -119,16 +114,13 @@ TEST_F(Iptables, BadRulesAreLoggedInItsOwnWords) {
 
 TEST_F(Iptables, CommandsThatDoNotFitAreRefused) {
     lab::Census census;
-    std::string longer(2100, 'x');
-    const char *rule = longer.c_str();
-    for (const char *table : {static_cast<const char *>(nullptr), "filter"}) {
-        EXPECT_THAT(iptables_add(table, rule), FailsWith(-1, ENOBUFS));
-        EXPECT_THAT(iptables_flush(table, rule), FailsWith(-1, ENOBUFS));
-        EXPECT_THAT(iptables_smartadd(table, rule), FailsWith(-1, ENOBUFS));
-        EXPECT_THAT(iptables_set(0, table, rule), FailsWith(-1, ENOBUFS));
-        EXPECT_THAT(iptables_smartdel(table, nullptr), FailsWith(-1, EINVAL));
-        EXPECT_EQ(iptables_check(table, rule), 0);
+    std::string rule(2100, 'x');
+    for (auto *call : {iptables_add, iptables_flush, iptables_smartadd, iptables_smartdel}) {
+        EXPECT_THAT(call(nullptr, rule.c_str()), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(call("filter", rule.c_str()), FailsWith(-1, ENOBUFS));
+        EXPECT_THAT(call("filter", nullptr), FailsWith(-1, EINVAL));
     }
+    EXPECT_EQ(iptables_check(nullptr, rule.c_str()), 0);
     EXPECT_THAT(lab::take_log(), IsEmpty());
     std::string name(126, 'x');
     EXPECT_EQ(iptables_create_subchain(nullptr, name.c_str(), name.c_str()), 0);
