@@ -24,23 +24,27 @@ int remember(int argc, char **argv, const char *outPath) {
     return 77;
 }
 
+// The result of RunSystemCmd with these words, and what is in its file then.
+template <typename... Words>
+std::string ran(Words... words) {
+    lab::put("/tmp/x", "old and longer");
+    std::string result = std::to_string(RunSystemCmd("/tmp/x", words..., ""));
+    return result + ": " + get("/tmp/x");
+}
+
 TEST(Hooks, EchoIsBuiltIn) {
     lab::Census census;
     auto print = [] { EXPECT_EQ(RunSystemCmd(nullptr, "echo", "1", ""), 2); };
     EXPECT_EQ(lab::printed(print).output, "1\n");
-    lab::put("/tmp/x", "old and longer");
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", "b", ""), 2);
-    EXPECT_EQ(get("/tmp/x"), "ab");
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "a", "-nope", ""), 1);
-    EXPECT_EQ(get("/tmp/x"), "a");
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", ""), 1);
-    EXPECT_EQ(get("/tmp/x"), "\n");
+    EXPECT_EQ(ran("echo", "-n", "a", "b"), "2: ab");
+    EXPECT_EQ(ran("echo", "a", "-nope"), "1: a");
+    EXPECT_EQ(ran("echo"), "1: \n");
+    EXPECT_EQ(ran("echo", "-n"), "0: ");
     EXPECT_THAT(RunSystemCmd("/tmp/no/x", "echo", "a", ""), FailsWith(-1, ENOENT));
-
     std::string fits(1022, 'x');
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", fits.c_str(), ""), 1023);
-    EXPECT_THAT(RunSystemCmd("/tmp/x", "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
-    EXPECT_EQ(get("/tmp/x"), fits + "\n");
+    EXPECT_EQ(ran("echo", fits.c_str()), "1023: " + fits + "\n");
+    EXPECT_EQ(ran("echo", fits.c_str(), "x"), "-1: old and longer");
+    EXPECT_THAT(RunSystemCmd(nullptr, "echo", fits.c_str(), "x", ""), FailsWith(-1, ENOBUFS));
 }
 
 TEST(Hooks, ReplacedAndSwitchedOff) {
@@ -48,13 +52,11 @@ TEST(Hooks, ReplacedAndSwitchedOff) {
     lab::put_program("echo", "#!/bin/sh\nprintf 'program %s' \"$*\"\n");
     command_hooks_t kept = hooks;
     hooks = {"filter", remember};
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "filter", "on", ""), 77);
+    EXPECT_EQ(ran("filter", "on"), "77: old and longer");
     EXPECT_EQ(seen, "filter on /tmp/x");
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "-n", "a", ""), 0);
-    EXPECT_EQ(get("/tmp/x"), "program -n a");
+    EXPECT_EQ(ran("echo", "-n", "a"), "0: program -n a");
     hooks = {"echo", nullptr};
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "echo", "b", ""), 0);
-    EXPECT_EQ(get("/tmp/x"), "program b");
+    EXPECT_EQ(ran("echo", "b"), "0: program b");
     hooks = kept;
 }
 
@@ -65,11 +67,9 @@ TEST(Hooks, WordsOfASystemCommand) {
     char *none[] = {nullptr};
     EXPECT_THAT(DoCmd(none, nullptr), FailsWith(-1, EINVAL));
 #define FIVE "1", "2", "3", "4", "5"
-    EXPECT_EQ(RunSystemCmd("/tmp/x", "sh", "-c", "exit $#", "0", FIVE, FIVE, FIVE, FIVE, "21", ""),
-              21);
-    EXPECT_THAT(RunSystemCmd("/tmp/y", "echo", FIVE, FIVE, FIVE, FIVE, FIVE, ""),
-                FailsWith(-1, E2BIG));
-    EXPECT_FALSE(lab::exists("/tmp/y"));
+    EXPECT_EQ(ran("sh", "-c", "exit $#", "0", FIVE, FIVE, FIVE, FIVE, "21"), "21: ");
+    EXPECT_EQ(ran("echo", FIVE, FIVE, FIVE, FIVE, FIVE), "-1: old and longer");
+    EXPECT_EQ(errno, E2BIG);
 }
 
 TEST(Shell, FormattedCommands) {
@@ -88,9 +88,7 @@ TEST(Shell, BatchesGoOnAfterAFailure) {
     lab::Census census;
     std::string longer = "false " + std::string(3000, 'x');
     lab::put("/tmp/batch", "echo one\n\nexit 3\n" + longer + "\n \necho last");
-    int result = -2;
-    lab::Printed printed = lab::printed([&] { result = execBatch("/tmp/batch"); });
-    EXPECT_EQ(result, 0);
+    lab::Printed printed = lab::printed([] { EXPECT_EQ(execBatch("/tmp/batch"), 0); });
     EXPECT_EQ(printed.output, "one\nlast\n");
     EXPECT_EQ(printed.error,
               "batch 'exit 3' failed\nbatch '" + longer.substr(0, 2040) + "' failed\n");
@@ -100,21 +98,17 @@ TEST(Shell, BatchesGoOnAfterAFailure) {
 TEST(Reinit, TheClientsWords) {
     lab::Census census;
     lab::put_program("reinitCli", "#!/bin/sh\nprintf '<%s>' \"$@\" > /tmp/words\nexit 5\n");
+    auto told = [](int status) { return std::to_string(status) + get("/tmp/words"); };
     std::string pid = "<-d><pid=" + std::to_string(::getpid());
-    EXPECT_EQ(reinitEvent("wan", "idx=%d", 2), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><wan>" + pid + ",idx=2>");
-    EXPECT_EQ(reinitApply(), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><apply>" + pid + ">");
-    EXPECT_EQ(_waitpid(forkReinitEvent("a b", "%s", "")), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><a b>" + pid + ",>");
-
+    EXPECT_EQ(told(reinitEvent("wan", "idx=%d", 2)), "5<-e><wan>" + pid + ",idx=2>");
+    EXPECT_EQ(told(reinitApply()), "5<-e><apply>" + pid + ">");
+    EXPECT_EQ(told(_waitpid(forkReinitEvent("a b", "%s", ""))), "5<-e><a b>" + pid + ",>");
     std::string data(4095 + std::string("<-d><").size() - (pid + ",").size(), 'x');
-    EXPECT_EQ(reinitEvent("wan", "%s", data.c_str()), 5);
-    EXPECT_EQ(get("/tmp/words"), "<-e><wan>" + pid + "," + data + ">");
-    lab::put("/tmp/words", "");
+    EXPECT_EQ(told(reinitEvent("wan", "%s", data.c_str())), "5<-e><wan>" + pid + "," + data + ">");
+    ::unlink("/tmp/words");
     EXPECT_THAT(reinitEvent("wan", "%sx", data.c_str()), FailsWith(-1, ENOBUFS));
     EXPECT_THAT(forkReinitEvent(nullptr, nullptr), FailsWith(-1, EINVAL));
-    EXPECT_EQ(get("/tmp/words"), "");
+    EXPECT_FALSE(lab::exists("/tmp/words"));
 }
 
 TEST(Reinit, TheClientIsSearchedForAlongTheHostsPath) {
