@@ -7,8 +7,8 @@
 #include <tuple>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -32,28 +32,29 @@ namespace {
 
 constexpr int kAtMost = 5000; // ms from a fatal signal to the end
 
-// A run of tests/foundation/crash_host.c, which has said that it is ready.
-enum Watch { kWatched, kUnwatched };
-
+// A run of tests/foundation/crash_host.c, which has said that it is ready. Its folder is ours:
+// where it goes, we go.
 class CrashHost {
   public:
     // `input` becomes its standard input and its controlling terminal.
-    explicit CrashHost(const char *what, Watch watch = kUnwatched, int input = -1) {
+    explicit CrashHost(const char *what, const char *option = nullptr, int input = -1) {
         int output[2];
-        EXPECT_EQ(::pipe2(output, O_CLOEXEC), 0);
-        pid_ = ::fork();
+        EXPECT_EQ(::chdir("/") + ::pipe2(output, O_CLOEXEC), 0);
+        pid_ = static_cast<pid_t>(::syscall(SYS_clone, CLONE_FS | SIGCHLD, 0, 0, 0, 0));
         if (pid_ == 0) {
-            run(what, watch, input, output[1]);
+            if (input >= 0) {
+                ::setsid();
+                ::dup2(input, STDIN_FILENO);
+                ::ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+            }
+            ::dup2(output[1], STDOUT_FILENO);
+            ::dup2(output[1], STDERR_FILENO);
+            ::execl(CRASH_HOST, "crash-host", what, option, nullptr);
+            ::_exit(127);
         }
         ::close(output[1]);
-        if (watch == kWatched) { // it waits after its exec
-            EXPECT_EQ(::waitpid(pid_, nullptr, 0), pid_);
-            EXPECT_EQ(::ptrace(PTRACE_SETOPTIONS, pid_, 0, PTRACE_O_TRACEEXIT), 0);
-            ::ptrace(PTRACE_CONT, pid_, 0, 0);
-        }
         output_ = output[0];
-        char ready[6];
-        EXPECT_EQ(::read(output_, ready, sizeof ready), 6) << what;
+        EXPECT_EQ(this->output(6), "ready\n") << what;
     }
 
     ~CrashHost() {
@@ -65,72 +66,39 @@ class CrashHost {
     CrashHost(const CrashHost &) = delete;
     CrashHost &operator=(const CrashHost &) = delete;
 
-    [[nodiscard]] const std::string &folder() const { return folder_; } // its last one
     void send(int signal) const {
         if (status_ < 0) {
             ::kill(pid_, signal);
         }
     }
 
-    // Lets it run on; its wait status once it has ended.
+    bool runs() { return status_ < 0 && ::waitpid(pid_, &status_, WNOHANG) == 0; }
+
+    // Its wait status once it has ended.
     int status() {
-        while (status_ < 0) {
-            step(0);
+        if (status_ < 0) {
+            ::waitpid(pid_, &status_, 0);
         }
         return status_;
     }
 
-    // Of one that is not watched.
-    bool runs() { return status_ < 0 && !step(WNOHANG); }
-
-    // What it has written, a block of it.
-    [[nodiscard]] std::string output() const {
-        std::string text(4096, '\0');
+    // The next text that it has written.
+    [[nodiscard]] std::string output(size_t most = 4096) const {
+        std::string text(most, '\0');
         ssize_t length = ::read(output_, text.data(), text.size());
         return text.substr(0, length > 0 ? static_cast<size_t>(length) : 0);
     }
 
   private:
-    [[noreturn]] static void run(const char *what, Watch watch, int input, int output) {
-        if (input >= 0) {
-            ::setsid();
-            ::dup2(input, STDIN_FILENO);
-            ::ioctl(STDIN_FILENO, TIOCSCTTY, 0);
-        }
-        ::dup2(output, STDOUT_FILENO);
-        ::dup2(output, STDERR_FILENO);
-        if (watch == kWatched) {
-            ::ptrace(PTRACE_TRACEME, 0, 0, 0);
-        }
-        ::execl(CRASH_HOST, "crash-host", what, watch == kWatched ? "loud" : nullptr, nullptr);
-        std::_Exit(127);
-    }
-
-    bool step(int flags) {
-        int status = 0;
-        if (::waitpid(pid_, &status, flags) != pid_) {
-            return false;
-        }
-        if (!WIFSTOPPED(status)) {
-            status_ = status;
-            return true;
-        }
-        bool ends = status >> 16 == PTRACE_EVENT_EXIT;
-        if (ends) {
-            folder_ = std::filesystem::read_symlink("/proc/" + std::to_string(pid_) + "/cwd");
-        }
-        ::ptrace(PTRACE_CONT, pid_, 0, ends ? 0 : WSTOPSIG(status));
-        return true;
-    }
-
     pid_t pid_;
     int output_;
     int status_ = -1;
-    std::string folder_;
 };
 
+// In its last folder, too.
 MATCHER(Aborted, "") {
-    return WIFSIGNALED(arg) && WTERMSIG(arg) == SIGABRT;
+    return WIFSIGNALED(arg) && WTERMSIG(arg) == SIGABRT &&
+           std::filesystem::current_path() == "/tmp";
 }
 
 // Waits for the next lines of a host that goes on.
@@ -163,9 +131,8 @@ TEST_F(CrashReport, NamesTheCrashAndItsPlace) {
     };
     for (const Case &one : cases) {
         SCOPED_TRACE(one.what);
-        CrashHost host(one.what, kWatched);
+        CrashHost host(one.what, "loud");
         EXPECT_THAT(host.status(), Aborted());
-        EXPECT_EQ(host.folder(), "/tmp");
         auto log = lab::take_log();
         ASSERT_THAT(log, SizeIs(Ge(4)));
         EXPECT_THAT(log[0], StartsWith(one.first));
@@ -234,7 +201,7 @@ TEST_F(CrashReport, TheTerminalComesBack) {
     ASSERT_EQ(::tcgetattr(slave, &attributes), 0);
     attributes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
     ::tcsetattr(slave, TCSANOW, &attributes);
-    CrashHost host("wait", kUnwatched, slave);
+    CrashHost host("wait", nullptr, slave);
 
     EXPECT_EQ(::write(master, "\x1a", 1), 1); // Ctrl-Z
     EXPECT_THAT(lines_from(host), ElementsAre("debug: SIGTSTP(Sent by the kernel): (nil)"));
