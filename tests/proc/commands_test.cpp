@@ -138,7 +138,6 @@ TEST(Commands, ForkingReturnsAtOnce) {
     EXPECT_EQ(_waitpid(forkcmdf("nosuch")), ENOENT);
     EXPECT_EQ(errno, EXDEV) << "not the child's";
     EXPECT_EQ(_waitpid(-1), -1);
-    EXPECT_EQ(_waitpid(-7), -1);
     EXPECT_THAT(_waitpid(::getpid()), FailsWith(-1, ECHILD));
     lab::take_log();
 }
@@ -149,8 +148,6 @@ TEST(Commands, CapturedText) {
     char buffer[18] = "#################";
     EXPECT_EQ(sncmdf(buffer, 16, "printf %%0100d 7"), 0);
     EXPECT_EQ(std::string(buffer, 17), std::string(15, '0') + '\0' + '#');
-    EXPECT_EQ(sncmdf(buffer, 16, "true"), 0);
-    EXPECT_STREQ(buffer, "");
     EXPECT_EQ(sncmdf(buffer, 3, "printf abc"), 0);
     EXPECT_STREQ(buffer, "ab");
     EXPECT_EQ(sncmdf(buffer, sizeof buffer, "yes"), SIGPIPE) << "the pipe closes when full";
