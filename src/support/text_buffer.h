@@ -27,7 +27,9 @@ class TextWriter {
         size_t room = cut_ ? 0 : size_ - 1 - used_;
         size_t length = text.size() < room ? text.size() : room;
         cut_ = cut_ || length < text.size();
-        std::memcpy(start_ + used_, text.data(), length);
+        if (length != 0) { // an empty view may have no address
+            std::memcpy(start_ + used_, text.data(), length);
+        }
         used_ += length;
         start_[used_] = '\0';
         return *this;
