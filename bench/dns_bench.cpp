@@ -59,7 +59,7 @@ void start_dnsmasq() {
         return;
     }
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::execlp("dnsmasq", "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--user=root",
+    ::execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null",
              "--pid-file=", "--log-facility=/dev/null", "--no-resolv", "--no-hosts",
              "--listen-address=127.0.0.1", "--bind-interfaces",
              "--host-record=www.example.lab,192.0.2.1", "--host-record=a.lab,192.0.2.2",

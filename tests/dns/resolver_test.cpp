@@ -279,7 +279,7 @@ class RealServer {
     RealServer(const std::string &name, const std::string &ifname, const std::string &address,
                const std::string &www)
         : host_(name, ifname, address, "10.1.0.1/24"),
-          dnsmasq_(host_.command("dnsmasq --keep-in-foreground --conf-file=/dev/null --user=root "
+          dnsmasq_(host_.command("dnsmasq --no-daemon --conf-file=/dev/null "
                                  "--pid-file= --log-facility=/dev/null --no-resolv --no-hosts "
                                  "--listen-address=10.1.0.1 --bind-interfaces --local=/lab/ "
                                  "--host-record=v6.lab,fd00::1 --cname=alias.lab,www.lab "

@@ -196,7 +196,7 @@ TEST(SocketConnect, ConnectsToPort80OfTheFirstAddress) {
 
 TEST(GetInAddr, ReadsEachKindOfAddress) {
     lab::Host cable("far", "fifteen-letters", "10.1.0.2/20", "10.1.0.1/20");
-    lab::sh("ip tuntap add mode tun name ppp0 && ip link set ppp0 up && "
+    lab::sh("ip link add ppp0 type veth peer name far0 && ip link set ppp0 up && "
             "ip addr add 10.3.0.1 peer 10.3.0.9 dev ppp0");
     Census census;
     struct Case {
