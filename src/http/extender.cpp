@@ -31,7 +31,7 @@ std::string_view span_of(const char *text, const jsonrpc_token_t &token) {
 template <size_t Count, typename Use>
 void for_each_value(const char *text, int count, const jsonrpc_token_t *tokens,
                     const char *const (&keys)[Count], Use use) {
-    for (int i = kFirstKey; i < count - 1; ++i) {
+    for (int i = kFirstKey; i + 1 < count; ++i) {
         for (size_t key = 0; key < Count; ++key) {
             if (jsonrpc_strncmp(text, &tokens[i], keys[key]) == 0) {
                 ++i;

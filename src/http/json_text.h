@@ -9,10 +9,10 @@ inline bool is_plain(char character) {
     return character != '"' && character != '\\' && character != '\0';
 }
 
-// The first quote, backslash or NUL from `pos` on, or `end`: word by word, as most strings end
-// within one or two, and the last few characters one by one.
+// The first quote, backslash or NUL from `pos` on, or `end`; `pos` itself when that lies beyond.
+// Word by word, as most strings end within one or two, and the last few characters one by one.
 inline const char *skip_plain(const char *pos, const char *end) {
-    while (static_cast<size_t>(end - pos) >= sizeof(Word)) {
+    while (end - pos >= static_cast<ptrdiff_t>(sizeof(Word))) {
         Word word = load_word(pos);
         Word marks = mark_byte(word, '"') | mark_byte(word, '\\') | mark_zeros(word);
         if (marks != 0) {

@@ -311,6 +311,9 @@ TEST(Json, PartsClaimTheirOwnKindOnly) {
     ctx.error = 0;
     EXPECT_EQ(json_parse_string(&ctx, &node, text, text + 2), text + 2);
     EXPECT_EQ(ctx.error, JSON_ERROR_STRING) << "the end counts where there is no NUL";
+    lab::Fenced quote(std::string_view("\"", 2));
+    EXPECT_EQ(json_parse_string(&ctx, &node, quote.data(), quote.data()), quote.data() + 1)
+        << "the end may lie right at the quote";
     for (ctx.used = 0; json_alloc(&ctx) != nullptr;) {
     }
     EXPECT_EQ(ctx.used, JSON_MAX_NODES);

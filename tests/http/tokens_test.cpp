@@ -1,5 +1,6 @@
 #include <routerkit/tokens.h>
 
+#include <climits>
 #include <cstring>
 #include <random>
 
@@ -161,7 +162,7 @@ TEST(Extender, FieldsAreTakenAndCut) {
     EXPECT_STREQ(info.hardware_version, "B");
 
     info.id = 99;
-    for (int count : {0, -1, 3, 4}) {
+    for (int count : {0, INT_MIN, 3, 4}) {
         json_getKavraWiFiExtenderSlavesInfo(&info, report.text.c_str(), nullptr, count,
                                             report.tokens.data());
         EXPECT_EQ(info.id, 99) << "a key without a value behind it";
