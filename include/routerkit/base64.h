@@ -22,8 +22,9 @@ ROUTERKIT_API int b64_encode(char *buffer, size_t size, const void *data, size_t
 ROUTERKIT_API size_t b64_decoded_len(size_t n);
 
 /* Decodes up to the NUL, or up to the "=" that pads a group; white space is not skipped. Two or
- * three last characters without padding give the one or two bytes that they determine. capacity
- * room in bytes; no terminator is written Returns the number of bytes. */
+ * three last characters without padding give the one or two bytes that they determine.
+ *   capacity  room in bytes; no terminator is written
+ * Returns the number of bytes. */
 ROUTERKIT_API int b64_decode(void *out, size_t capacity, const char *text);
 
 ROUTERKIT_END_DECLS

@@ -36,9 +36,9 @@ ROUTERKIT_API char *regex_find_ref(char *text, const char *pattern, ...);
 ROUTERKIT_API const char *regex_find_const_ref(const char *text, const char *pattern, ...);
 
 /* The first match's groups as copies.
- *   ...  for each group from 1 on: a buffer (char *) and its size in bytes (int); a null buffer
- * ends the list. A longer group is cut to size - 1 characters; a size below 1 gets nothing Returns
- * the end of the whole match, or null. */
+ *   ...  for each group from 1 on: a buffer (char *) and its size in bytes (int), to which a longer
+ *        group is cut; one below 1 receives nothing. A null buffer ends the list
+ * Returns the end of the whole match, or null. */
 ROUTERKIT_API const char *regex_find_ex(const char *text, const char *pattern, ...);
 
 ROUTERKIT_END_DECLS

@@ -22,11 +22,10 @@ enum {
 /* Tokens stand in the order of their first character: a container before its contents, a key before
  * its value. */
 typedef struct {
-    int32_t type; /* JSONRPC_TOKEN_... */
-    int32_t
-        start;    /* offset of the first character, behind the quote for a string; -1 while unset */
-    int32_t end;  /* offset behind the last one, of a string's closing quote; -1 while open */
-    int32_t size; /* an object's keys, an array's elements; 1 for a key with a value; else 0 */
+    int32_t type;  /* JSONRPC_TOKEN_... */
+    int32_t start; /* offset of the first character, a string's behind its quote; -1 while unset */
+    int32_t end;   /* offset behind the last one, of a string's closing quote; -1 while open */
+    int32_t size;  /* an object's keys, an array's elements; 1 for a key with a value; else 0 */
 } jsonrpc_token_t;
 
 typedef struct {
