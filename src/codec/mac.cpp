@@ -5,8 +5,8 @@
 
 #include <routerkit/strings.h>
 
-#include "codec/hex_digits.h"
 #include "codec/text_ring.h"
+#include "support/hex_digits.h"
 
 namespace {
 

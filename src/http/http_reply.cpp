@@ -9,6 +9,7 @@
 #include <routerkit/strings.h>
 
 #include "support/errno.h"
+#include "support/hex_digits.h"
 #include "support/lines.h"
 
 namespace rk {
@@ -70,20 +71,12 @@ bool same_name(std::string_view left, std::string_view right) {
            ::strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
 
-int hex_digit(char character) {
-    if (character >= '0' && character <= '9') {
-        return character - '0';
-    }
-    auto lower = static_cast<char>(character | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 // The size that a chunk's line starts with; none without a digit or above 32 bits.
 std::optional<uint32_t> chunk_size(std::string_view line) {
     uint64_t size = 0;
     size_t digits = 0;
-    for (; digits < line.size() && hex_digit(line[digits]) >= 0; ++digits) {
-        size = size * 16 + static_cast<uint64_t>(hex_digit(line[digits]));
+    for (; digits < line.size() && hex_value(line[digits]) >= 0; ++digits) {
+        size = size * 16 + static_cast<uint64_t>(hex_value(line[digits]));
         if (size > UINT32_MAX) {
             return std::nullopt;
         }

@@ -5,16 +5,12 @@
 #include <cstring>
 
 #include "http/json_text.h"
+#include "support/hex_digits.h"
 
 static_assert(sizeof(jsonrpc_token_t) == 16 && sizeof(jsonrpc_parser_t) == 12,
               "host programs own them");
 
 namespace {
-
-bool is_hex(char character) {
-    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F') ||
-           (character >= 'a' && character <= 'f');
-}
 
 bool ends_primitive(char character) {
     switch (character) {
@@ -209,7 +205,7 @@ class Scanner {
         }
         const char *end = text_ + length_;
         for (int digits = 0; digits < 4 && pos + 1 != end && pos[1] != '\0'; ++digits) {
-            if (!is_hex(*++pos)) {
+            if (rk::hex_value(*++pos) < 0) {
                 return false;
             }
         }

@@ -1,4 +1,4 @@
-// Hex digits, for byte strings and MAC addresses.
+// Hex digits.
 #pragma once
 
 #include <array>
@@ -21,6 +21,10 @@ inline constexpr std::array<int8_t, 256> kHexValues = [] {
     return values;
 }();
 
+inline int hex_value(char character) {
+    return kHexValues[static_cast<uint8_t>(character)];
+}
+
 inline constexpr int kTextEnds = -256;
 
 // The byte that two digits spell. kTextEnds where the text ends: what lies behind is not looked at.
@@ -29,8 +33,7 @@ inline int read_hex_pair(const char *text) {
     if (text[0] == '\0') {
         return kTextEnds;
     }
-    return kHexValues[static_cast<uint8_t>(text[0])] * 16 |
-           kHexValues[static_cast<uint8_t>(text[1])];
+    return hex_value(text[0]) * 16 | hex_value(text[1]);
 }
 
 // Writes the two digits of a byte.
