@@ -17,11 +17,12 @@
  * blank is refused with errno EINVAL, one with too many characters with ENOBUFS, one with too many
  * words with E2BIG, before anything runs.
  *
- * Two ways of finding the program: cmdf, qcmdf, forkcmdf and the word-list runners look in /bin
- * only, set PATH=/bin for the program and let it ignore SIGINT; sncmdf, lcmdf and the reinit
+ * Two ways of finding a program whose name has no slash: cmdf, qcmdf, forkcmdf and the word-list
+ * runners look in /bin only, set PATH=/bin for the program and let it ignore SIGINT; sncmdf, lcmdf and the reinit
  * launcher search the caller's PATH and change nothing. A program that cannot be run is logged at
- * LOG_ERR, and the status is then the errno (the former) or 1 (the latter). An output file that
- * cannot be opened is reported on the child's standard error, and its errno is the status.
+ * LOG_ERR and reported on the child's standard error, wherever that goes; the status is then the
+ * errno (the former) or 1 (the latter), which the program itself could have given, too. An output
+ * file that cannot be opened is reported there as well, and its errno is the status.
  *
  * A program inherits the caller's environment (but for PATH=/bin above), folder, umask, blocked and
  * ignored signals, standard input, and the streams that the runner does not replace. Of the
@@ -58,11 +59,13 @@ ROUTERKIT_API int cmdf(const char *format, ...) ROUTERKIT_PRINTF(1, 2);
 /* Quiet: as cmdf, but standard error goes to /dev/null when there is no redirection. */
 ROUTERKIT_API int qcmdf(const char *format, ...) ROUTERKIT_PRINTF(1, 2);
 
-/* As cmdf, without waiting: the child's pid, or -1. */
+/* As cmdf, without waiting: the child's pid, or -1. A program that cannot be run has a pid, too, and
+ * the errno as its status. */
 ROUTERKIT_API pid_t forkcmdf(const char *format, ...) ROUTERKIT_PRINTF(1, 2);
 
 /* Captures standard output; standard error goes to /dev/null, a redirection is dropped.
- *   buffer  receives the output and a NUL; an empty text when nothing could be run
+ * Returns the exit status, not a length; an output that was cut is not told.
+ *   buffer  receives the output, its newlines included, and a NUL; an empty text when nothing could be run
  *   size    room in buffer in bytes, at least 1 (0: -1, errno EINVAL). Once it is full the pipe is
  *           closed, so that a program that goes on writing gets SIGPIPE; it is still waited for. */
 ROUTERKIT_API int sncmdf(char *buffer, size_t size, const char *format, ...) ROUTERKIT_PRINTF(3, 4);
@@ -76,7 +79,7 @@ ROUTERKIT_API int lcmdf(const char *format, ...) ROUTERKIT_PRINTF(1, 2);
  *   words    the program and its arguments, closed by a null (an empty list: -1, errno EINVAL)
  *   outPath  the file that standard output and error go to. With null standard output is inherited
  *            and standard error is closed, not silenced: a complaint of the program's fails, and
- * the next file it opens gets descriptor 2 */
+ *            the next file it opens gets descriptor 2 */
 
 ROUTERKIT_API int execulity(char *const *words, const char *outPath);
 

@@ -63,7 +63,8 @@ ROUTERKIT_API char *ipv4_aton(void *out, const char *text);
 /* The same in integer form; 0 on failure (and for 0.0.0.0). */
 ROUTERKIT_API uint32_t ipv4_atoi(const char *text);
 
-/* 1 if ipv4_isip accepts the text and ipv4_isimask its value, else 0. */
+/* 1 if ipv4_isip accepts the text and ipv4_isimask its value, else 0: "0.0.0.255" gives 1,
+ * "255.255.255.0" gives 0. */
 ROUTERKIT_API int ipv4_ismask(const char *text);
 
 /* --- Byte strings as hex digits, written in upper case, read in either --- */
@@ -72,7 +73,8 @@ ROUTERKIT_API int ipv4_ismask(const char *text);
  * the number of digits. */
 ROUTERKIT_API int hex_ntostr(char *buffer, size_t size, const void *bytes, size_t count);
 
-/* The same in the ring: at most 19 bytes' digits; of 22 bytes or more the first 18 and "...". */
+/* The same in the ring: at most 19 bytes' digits, of 20 or 21 bytes the first 19 unmarked; of 22
+ * or more the first 18 and "...". */
 ROUTERKIT_API char *hex_ntoa(const void *bytes, size_t count);
 
 /* Parses up to `count` pairs of digits. Returns the characters consumed, twice the bytes written; 0

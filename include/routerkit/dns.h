@@ -25,16 +25,17 @@ ROUTERKIT_API int dns_writeResolvConf(const char *path, const uint32_t *servers,
  * loaded. */
 ROUTERKIT_API int dns_readResolvConf(const char *path, uint32_t *servers, unsigned max);
 
-/* Resolves a name by asking all servers at once, in up to 3 passes; the first usable reply counts.
+/* Resolves a name by asking all servers at once, in up to 3 passes; the first usable reply counts, whoever
+ * sent it: neither its identifier nor its response code is looked at.
  *   ifname       the interface to use, or null for any (ENODEV for one that there is not)
  *   resolv_path  the name-server file
  *   addrs, max   receive the addresses in the reply's order, later ones are dropped
  *   timeout_ms   for the whole call; 0 is 10 seconds
- * Returns the number of addresses, 0 for a name without any; -1 with errno
+ * Returns the number of addresses, 0 for a reply that holds records but no address; -1 with errno
  *   EINVAL    null name or addrs, or a name that cannot be asked for
  *   ENETDOWN  no name server
  *   ETIME     no usable reply in time
- *   ENOENT    only unusable replies in all passes
+ *   ENOENT    only replies without records (no such name) or unusable ones, in all passes
  * or as the socket calls left it. */
 ROUTERKIT_API int dns_resolve_domain(const char *ifname, const char *resolv_path, const char *name,
                                      uint32_t *addrs, unsigned max, unsigned timeout_ms);

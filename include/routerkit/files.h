@@ -119,8 +119,9 @@ ROUTERKIT_API char *loadFile(const char *path, size_t *length);
 
 /* --- Copying --- */
 
-/* Copies a file with one transfer (at most 0x7ffff000 bytes); the destination is replaced. Returns
- * the bytes copied, or -1. */
+/* Copies a file with one transfer (at most 0x7ffff000 bytes); the destination is replaced, and empty
+ * when the transfer fails, as it does for files of /proc. The two must be different files: copying a
+ * file to itself empties it. Returns the bytes copied, or -1. */
 ROUTERKIT_API int copyFile(const char *destination, const char *source);
 
 ROUTERKIT_END_DECLS

@@ -15,7 +15,8 @@ ROUTERKIT_BEGIN_DECLS
 
 /* Fetches scheme://[user@]host[:port][/path][?query] (<routerkit/strings.h> tells the parts; the
  * host has 63 characters at most, a fragment is not sent) and follows redirects, 10 in a row at
- * most. A redirect has to name a whole URL: a relative Location fails.
+ * most. A redirect has to name a whole URL: a relative Location fails. Of the scheme only the default
+ * port is taken: https is spoken in plain text, too.
  *   buf     receives the body and a NUL; a longer body is cut
  *   size    room in buf in bytes, NUL included, at least 1
  *   cookie  null, or 4096 bytes: a text to send as the cookie ("" for none), which the first

@@ -29,9 +29,10 @@ enum { JSON_MAX_CHILDREN = 20, JSON_MAX_NODES = 300 };
 
 /* What json_ctx_t.error holds after a failed parse. */
 enum {
-    JSON_ERROR_SYNTAX = -3,   /* no value, a misspelt literal, or a container that is not closed */
-    JSON_ERROR_STRING = -4,   /* a string without a closing quote */
-    JSON_ERROR_KEY = -5,      /* a key that is no string or has no colon; a trailing comma */
+    JSON_ERROR_SYNTAX = -3, /* no value, a misspelt literal, or a container that is not closed */
+    JSON_ERROR_STRING = -4, /* a string without a closing quote */
+    JSON_ERROR_KEY =
+        -5, /* a key that is no string or has no colon, as behind an object's last comma */
     JSON_ERROR_CHILDREN = -6, /* more than 20 children */
     JSON_ERROR_NODES = -7     /* more than 300 values */
 };
@@ -68,7 +69,8 @@ ROUTERKIT_API json_node_t *json_getChildByKey(const json_node_t *node, const cha
 /* A child of an array or object, counted from 0; null outside of 0 to count - 1. */
 ROUTERKIT_API json_node_t *json_getArrayElementByIndex(const json_node_t *node, int index);
 
-/* The number, or 1 or 0 for a boolean; the type is not checked. */
+/* The number (one outside of int32_t as atoi reads it), or 1 or 0 for a boolean. The node must not be
+ * null; for one of another type the result means nothing. */
 ROUTERKIT_API int json_getInt(const json_node_t *node);
 
 /* Decodes the escapes of a string in place; returns it, or null for an escape that is not one of

@@ -70,7 +70,8 @@ ROUTERKIT_API int setPid_toFile(const char *path);
 ROUTERKIT_API int sendSignalByPidFile(int signal, const char *path);
 
 /* Stops the daemon of a pid file and removes the file; the path is formatted. A process that
- * survives the signal for about 400 ms gets SIGKILL.
+ * survives the signal for about 400 ms gets SIGKILL. A child of the caller's that has ended, but is
+ * not reaped, counts as surviving; reaping stays with the caller.
  * 1 once that is done, or if there was no such process; 0 if there is no file; -1 if the process
  * cannot be signalled (the file stays) or the path has more than 255 characters (errno ENOBUFS,
  * nothing is touched). */

@@ -80,7 +80,7 @@ ROUTERKIT_API int serviceListToAppType(int services);
  *           null */
 ROUTERKIT_API uint32_t wan_getIP(unsigned index, int *prefix);
 
-/* The connection's gateway, 0 if there is none. */
+/* The connection's gateway, 0 if there is none or it cannot be read. */
 ROUTERKIT_API uint32_t wan_getGateway(unsigned index);
 
 /* Interface names of at most 19 characters, in a static slot of this getter and index that the next
@@ -156,7 +156,8 @@ ROUTERKIT_API int wan_getStatus(unsigned index);
  * -1. */
 ROUTERKIT_API int wan_updateIfStatus(unsigned index, int code);
 
-/* The status in words for the user, in Russian (UTF-8, constant). */
+/* The status in words for the user, in Russian (UTF-8, constant, never null: an unknown code and a
+ * missing file are an unknown error). */
 ROUTERKIT_API const char *wan_getTextStatus(unsigned index);
 
 /* 4 after the connection's first finished session, else 0. */
@@ -191,7 +192,7 @@ ROUTERKIT_API int wan_startSession(unsigned index);
 /* Ends the running session, if there is one, and adds its length to the totals. Returns 0. */
 ROUTERKIT_API int wan_stopSession(unsigned index);
 
-/* Length of the running session; without one, the seconds since -1 of the clock. */
+/* Length of the running session. Without one the number means nothing: look at the status first. */
 ROUTERKIT_API unsigned wan_getUptime(unsigned index);
 
 /* Length of all sessions, and of those that ended while the type was 3 (PPPoE); the running session

@@ -107,7 +107,9 @@ class Ping : public testing::Test {
   protected:
     ~Ping() override { trouble = {}; }
 
-    void silence() { lab::sh(far_.command("sysctl -w net.ipv4.icmp_echo_ignore_all=1")); }
+    void silence() {
+        lab::sh(far_.command("sh -c 'echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all'"));
+    }
 
     lab::Host far_{"far", "eth1", "10.1.0.2/24", "10.1.0.1/24"};
     lab::Census census_;
