@@ -5,7 +5,6 @@
 #include <routerkit/files.h>
 
 #include <array>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -14,13 +13,12 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "support/pairs.h"
 #include "support/sandbox.h"
+#include "support/server.h"
 
 namespace {
 
@@ -36,35 +34,12 @@ std::string answer() {
     return text;
 }
 
-[[noreturn]] void give_up(const char *step) {
-    std::perror(step);
-    std::exit(1);
-}
-
-// This program and the server take turns on one processor, as on a router that has no second one;
-// where the scheduler wakes the server would otherwise decide more than the rows do.
-void stay_on_one_processor() {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(::sched_getcpu(), &one);
-    if (::sched_setaffinity(0, sizeof one, &one) != 0) {
-        give_up("sched_setaffinity");
-    }
-}
-
-// Ends with this program.
 void start_dnsmasq() {
-    pid_t child = ::fork();
-    if (child != 0) {
-        return;
-    }
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null",
-             "--pid-file=", "--log-facility=/dev/null", "--no-resolv", "--no-hosts",
-             "--listen-address=127.0.0.1", "--bind-interfaces",
-             "--host-record=www.example.lab,192.0.2.1", "--host-record=a.lab,192.0.2.2",
-             "--host-record=update.device.vendor.lab,192.0.2.3", nullptr);
-    std::_Exit(127);
+    bench::start_server("dnsmasq", "--no-daemon", "--conf-file=/dev/null",
+                        "--pid-file=", "--log-facility=/dev/null", "--no-resolv", "--no-hosts",
+                        "--listen-address=127.0.0.1", "--bind-interfaces",
+                        "--host-record=www.example.lab,192.0.2.1", "--host-record=a.lab,192.0.2.2",
+                        "--host-record=update.device.vendor.lab,192.0.2.3");
 }
 
 void wait_for_dnsmasq() {
@@ -74,7 +49,7 @@ void wait_for_dnsmasq() {
         }
         safe_msleep(20);
     }
-    give_up("dnsmasq (package dnsmasq-base) does not answer");
+    bench::give_up("dnsmasq (package dnsmasq-base) does not answer");
 }
 
 // The peers read /etc: they are to ask the same server, and nobody and nothing else.
@@ -84,7 +59,7 @@ void replace_in_etc(const char *name, const char *text) {
     if (writeStrToFile(ours.c_str(), text) < 0 ||
         (isFileExist(path.c_str()) != 0 &&
          ::mount(ours.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0)) {
-        give_up(path.c_str());
+        bench::give_up(path.c_str());
     }
 }
 
@@ -110,7 +85,7 @@ void take_host(void * /*argument*/, int status, int /*timeouts*/, hostent *host)
 void ask_c_ares(const char *name) {
     ares_channel channel;
     if (ares_init(&channel) != ARES_SUCCESS) {
-        give_up("ares_init");
+        bench::give_up("ares_init");
     }
     ares_gethostbyname(channel, name, AF_INET, take_host, nullptr);
     ares_socket_t sockets[1];
@@ -146,7 +121,7 @@ void bench::declare_rows() {
     replace_in_etc("resolv.conf", "nameserver 127.0.0.1\n");
     replace_in_etc("nsswitch.conf", "hosts: dns\n");
     if (ares_library_init(ARES_LIB_INIT_ALL) != ARES_SUCCESS) {
-        give_up("ares_library_init");
+        bench::give_up("ares_library_init");
     }
     stay_on_one_processor();
     start_dnsmasq();

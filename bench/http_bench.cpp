@@ -4,7 +4,6 @@
 #include <routerkit/files.h>
 #include <routerkit/http.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,14 +12,13 @@
 
 #include <curl/curl.h>
 #include <netinet/in.h>
-#include <sched.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/pairs.h"
 #include "support/sandbox.h"
+#include "support/server.h"
 
 namespace {
 
@@ -29,11 +27,6 @@ size_t body_length;
 
 std::string answer() {
     return {body, body_length};
-}
-
-[[noreturn]] void give_up(const char *step) {
-    std::perror(step);
-    std::exit(1);
 }
 
 void get(const char *url) {
@@ -55,7 +48,7 @@ void get_with_curl(const char *url) {
         ::curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L) != CURLE_OK ||
         ::curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append) != CURLE_OK ||
         ::curl_easy_perform(handle) != CURLE_OK) {
-        give_up("curl");
+        bench::give_up("curl");
     }
     ::curl_easy_cleanup(handle);
 }
@@ -69,13 +62,13 @@ void get_with_bare_calls() {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (::connect(fd, reinterpret_cast<sockaddr *>(&server), sizeof server) != 0 ||
         ::send(fd, kRequest.data(), kRequest.size(), 0) < 0) {
-        give_up("connect");
+        bench::give_up("connect");
     }
     size_t held = 0;
     for (ssize_t count = 1; count > 0; held += static_cast<size_t>(count)) {
         count = ::read(fd, body + held, sizeof body - held);
         if (count < 0) {
-            give_up("read");
+            bench::give_up("read");
         }
     }
     ::close(fd);
@@ -85,31 +78,15 @@ void get_with_bare_calls() {
     std::memmove(body, start, body_length);
 }
 
-// This program and the server take turns on one processor, as on a router that has no second one;
-// where the scheduler wakes the server would otherwise decide more than the rows do.
-void stay_on_one_processor() {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(::sched_getcpu(), &one);
-    if (::sched_setaffinity(0, sizeof one, &one) != 0) {
-        give_up("sched_setaffinity");
-    }
-}
-
-// Ends with this program.
 void start_nginx() {
     const std::string page(2048, 'p');
     const std::string large(100000, 'l');
     if (::mkdir("/tmp/web", 0755) != 0 || writeStrToFile("/tmp/web/page", page.c_str()) < 0 ||
         writeStrToFile("/tmp/web/large", large.c_str()) < 0) {
-        give_up("/tmp/web");
+        bench::give_up("/tmp/web");
     }
-    if (::fork() == 0) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ::execlp("nginx", "nginx", "-c", ROUTERKIT_SOURCE_DIR "/tests/http/nginx.conf", "-e",
-                 "stderr", nullptr);
-        std::_Exit(127);
-    }
+    bench::start_server("nginx", "-c", ROUTERKIT_SOURCE_DIR "/tests/http/nginx.conf", "-e",
+                        "stderr");
     sockaddr_in server = {AF_INET, htons(8080), {htonl(INADDR_LOOPBACK)}, {}};
     for (int tries = 0; tries < 100; ++tries) {
         int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -120,7 +97,7 @@ void start_nginx() {
         }
         safe_msleep(20);
     }
-    give_up("nginx (package nginx-light) does not answer");
+    bench::give_up("nginx (package nginx-light) does not answer");
 }
 
 void against_curl(const std::string &name, double at_most, const char *url) {
@@ -135,7 +112,7 @@ void against_curl(const std::string &name, double at_most, const char *url) {
 void bench::declare_rows() {
     lab::enter_sandbox();
     if (::curl_global_init(CURL_GLOBAL_ALL) != CURLE_OK) {
-        give_up("curl_global_init");
+        bench::give_up("curl_global_init");
     }
     stay_on_one_processor();
     start_nginx();
