@@ -67,7 +67,8 @@ static void row(unsigned index) {
 static int table(void) {
     unsigned index;
 
-    puts("   WAN   status                      iface  address             gateway          total time");
+    puts(
+        "   WAN   status                      iface  address             gateway          total time");
     for (index = 1; index <= 8; index++) {
         if (isFileExist(wan_folder(index))) {
             row(index);
