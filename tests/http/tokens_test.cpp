@@ -191,10 +191,11 @@ TEST(Extender, MutatedReportsNeverOverrun) {
         }
         Report report(text.substr(0, 1 + random() % text.size()));
         extender_info_t info = {};
-        int count = report.count < 0 ? 20 : report.count; // a caller that does not look
-        json_getKavraWiFiExtenderSlavesInfo(&info, report.text.c_str(), nullptr, count,
+        report.count = report.count < 0 ? 20 : report.count; // a caller that does not look
+        json_getKavraWiFiExtenderSlavesInfo(&info, report.text.c_str(), nullptr, report.count,
                                             report.tokens.data());
         ASSERT_LT(strnlen(info.manufacturer, 32), 32U);
+        ASSERT_LT(report.log().size(), text.size());
     }
 }
 
