@@ -12,7 +12,7 @@
 ROUTERKIT_BEGIN_DECLS
 
 /* Waits until there is input to read, or the deadline passes; signals do not lengthen the wait.
- *   deadline  uptime_getms() plus the time-out (<routerkit/clocks.h>); one that lies up to 2^31 ms
+ *   deadline  uptime_getms() plus the time-out (<routerkit/clocks.h>); one up to 2^31 - 1 ms
  *             ahead is in the future, across the clock's wrap too
  * Returns the positive result of poll, 0 with errno ETIME when the deadline has passed, or -1. */
 ROUTERKIT_API int poll_sock_recv(int fd, unsigned deadline);

@@ -8,7 +8,7 @@
 namespace rk {
 
 // An absolute time on the scale of uptime_getms, which wraps every 2^32 ms. Differences are signed,
-// so a deadline is right across the wrap and may lie up to 2^31 ms ahead.
+// so a deadline is right across the wrap and may lie up to 2^31 - 1 ms ahead.
 class Deadline {
   public:
     explicit Deadline(uint32_t time) : time_(time) {}

@@ -1,6 +1,7 @@
 // A web server on the loopback that answers with exact bytes.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -26,9 +27,13 @@ class WebServer {
         sockaddr_in here = rk::inet_endpoint(INADDR_LOOPBACK, port);
         constexpr int kOn = 1;
         ::setsockopt(listener_.get(), SOL_SOCKET, SO_REUSEADDR, &kOn, sizeof kOn);
-        EXPECT_EQ(::bind(listener_.get(), rk::as_sockaddr(here), sizeof here), 0) << errno;
+        // The connections of a server before this one may take a moment to end.
+        EXPECT_TRUE(wait_until(
+            [&] { return ::bind(listener_.get(), rk::as_sockaddr(here), sizeof here) == 0; }));
         EXPECT_EQ(::listen(listener_.get(), 64), 0);
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, requests_), 0);
+        constexpr timeval kPatience = {10, 0};
+        ::setsockopt(requests_[0], SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
         child_ = ::fork();
         while (child_ == 0) {
             serve(rk::UniqueFd(::accept(listener_.get(), nullptr, nullptr)));
@@ -42,10 +47,12 @@ class WebServer {
     }
     WebServer(const WebServer &) = delete;
 
-    // The next request that the server saw whole, or as far as it came; waits for it.
+    // The next request that the server saw whole, or as far as it came; waits for it, but not for ever.
     std::string take_request() const {
         std::string request(1 << 17, '\0');
-        request.resize(static_cast<size_t>(::read(requests_[0], request.data(), request.size())));
+        ssize_t size = ::read(requests_[0], request.data(), request.size());
+        EXPECT_GE(size, 0) << "no request came";
+        request.resize(static_cast<size_t>(std::max(size, ssize_t{0})));
         return request;
     }
 
