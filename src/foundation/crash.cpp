@@ -7,7 +7,6 @@
 #include <ctime>
 
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <termios.h>
@@ -15,6 +14,7 @@
 
 #include <routerkit/clocks.h>
 
+#include "foundation/backtrace.h"
 #include "foundation/signal_tables.h"
 #include "support/errno.h"
 
@@ -96,18 +96,13 @@ void shut_out_signals() {
     ::sigprocmask(SIG_SETMASK, &rest, nullptr);
 }
 
-// A backtrace without the heap, in the form of backtrace_symbols.
 void dump_stack_plainly() {
     void *frames[kFrames];
     int count = ::backtrace(frames, kFrames);
     for (int i = 0; i < count; ++i) {
-        Dl_info place = {};
-        ::dladdr(frames[i], &place);
-        const void *base = place.dli_saddr != nullptr ? place.dli_saddr : place.dli_fbase;
-        auto offset = reinterpret_cast<uintptr_t>(frames[i]) - reinterpret_cast<uintptr_t>(base);
-        ::syslog(LOG_DEBUG, "%s(%s+0x%lx) [%p]", place.dli_fname != nullptr ? place.dli_fname : "",
-                 place.dli_sname != nullptr ? place.dli_sname : "",
-                 static_cast<unsigned long>(offset), frames[i]);
+        char name[rk::kFrameNameSize];
+        rk::name_frame(frames[i], name);
+        ::syslog(LOG_DEBUG, "%s", name);
     }
 }
 

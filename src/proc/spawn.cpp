@@ -22,11 +22,7 @@ namespace {
 constinit char bin_path[] = "PATH=/bin";
 
 // musl has no vfork for MIPS: its function of that name forks.
-#if defined(__mips__) && !defined(__GLIBC__)
-constexpr bool kVforkCopies = true;
-#else
-constexpr bool kVforkCopies = false;
-#endif
+constexpr bool kVforkCopies = ROUTERKIT_VFORK_COPIES;
 
 // Everything that a child needs, made before there is a child: it shares its parent's memory until
 // it execs, and only makes system calls.

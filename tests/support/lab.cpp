@@ -69,7 +69,9 @@ std::vector<std::string> take_log() {
         if (length < 0) {
             return lines;
         }
-        lines.push_back(readable({datagram, static_cast<size_t>(length)}));
+        std::string_view line(datagram, static_cast<size_t>(length));
+        line.remove_suffix(line.ends_with('\n') ? 1 : 0); // musl's
+        lines.push_back(readable(line));
     }
 }
 

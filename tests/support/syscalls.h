@@ -4,7 +4,16 @@
 #include <functional>
 #include <vector>
 
+#include <sys/syscall.h>
+
 namespace lab {
+
+// What stat() calls: the kernel's name for it depends on the width of a word.
+#ifdef SYS_newfstatat
+constexpr long kStat = SYS_newfstatat;
+#else
+constexpr long kStat = SYS_fstatat64;
+#endif
 
 // The numbers (SYS_read, ...) of the system calls that a function makes, in their order:
 //     EXPECT_THAT(lab::system_calls([] { ... }), testing::ElementsAre(SYS_openat, SYS_read));

@@ -39,7 +39,7 @@ TEST(WanAttributes, Numbers) {
     put("/var/wan/1/index", "1\n");
     put("/var/wan/1/iface_index", " 17 and more");
     put("/var/wan/1/type", "3");
-    put("/var/wan/1/vlan", "4294967295"); // negative as an int
+    put("/var/wan/1/vlan", "-2");
     put("/var/wan/1/modem", "2");
     put("/var/wan/1/purpose", "");
     EXPECT_EQ(wan_getIndex(1), 1);

@@ -68,7 +68,10 @@ int fall_down(volatile char *above) {
 static int overflow_the_stack(long number) {
     stack_t stack;
     memset(&stack, 0, sizeof stack);
+    stack.ss_size = (size_t)number + MINSIGSTKSZ;
+#ifdef _SC_MINSIGSTKSZ /* more where the processor has more registers than the header knows */
     stack.ss_size = (size_t)number + (size_t)sysconf(_SC_MINSIGSTKSZ);
+#endif
     stack.ss_sp = malloc(stack.ss_size);
     sigaltstack(&stack, NULL);
     return fall_down("");
