@@ -17,6 +17,7 @@
 #include <routerkit/json.h>
 #include <routerkit/jsonrpc.h>
 #include <routerkit/link-layer.h>
+#include <routerkit/mtd.h>
 #include <routerkit/ping.h>
 #include <routerkit/processes.h>
 #include <routerkit/regex.h>
@@ -25,5 +26,6 @@
 #include <routerkit/strings.h>
 #include <routerkit/tokens.h>
 #include <routerkit/wan.h>
+#include <routerkit/wireless.h>
 
 #endif

@@ -1,0 +1,236 @@
+#include <routerkit/mtd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <routerkit/files.h>
+#include <routerkit/strings.h>
+
+#include "support/bytes.h"
+#include "support/log.h"
+#include "support/owning.h"
+#include "support/words.h"
+
+using rk::fail;
+using rk::retry_eintr;
+using rk::UniqueFd;
+using rk::Word;
+
+namespace {
+
+constexpr char kPartitionList[] = "/proc/mtd";
+
+constexpr char kStandardPartitions[] = "dev:    size   erasesize  name\n"
+                                       "mtd0: 002c0000 00001000 \"boot+cfg+linux\"\n"
+                                       "mtd1: 004e0000 00001000 \"rootfs\"\n"
+                                       "mtd2: 00060000 00001000 \"jffs2 file\"\n"
+                                       "mtd3: 002c0000 00001000 \"boot+cfg+linux2\"\n"
+                                       "mtd4: 004e0000 00001000 \"rootfs2\"\n"
+                                       "mtd5: 00060000 00001000 \"jffs2 file2\"\n";
+
+struct Partition {
+    int index;
+    unsigned size;
+    unsigned erasesize;
+    char name[32];
+};
+
+// The first line whose name contains `wanted`; the list's first line is a heading.
+bool find_partition(const char *list, const char *wanted, Partition *found) {
+    while ((list = std::strchr(list, '\n')) != nullptr) {
+        ++list;
+        int fields = std::sscanf(list, "mtd%d: %x %x \"%31[^\"]\"\n", &found->index, &found->size,
+                                 &found->erasesize, found->name);
+        if (fields == 4 && std::strstr(found->name, wanted) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int open_device(const char *path, int flags) {
+    return retry_eintr([&] { return ::open(path, flags | O_CLOEXEC, 0666); });
+}
+
+struct Image {
+    uint32_t offset;
+    uint32_t length;
+    const uint8_t *payload;
+};
+
+Image read_header(const void *image) {
+    const auto *bytes = static_cast<const uint8_t *>(image);
+    return {rk::load_be32(bytes + 8), rk::load_be32(bytes + 12), bytes + 16};
+}
+
+// Sums of the first and of the second bytes of 16-bit words, several words at once: one in each
+// 16-bit lane of a machine word, as many as a lane holds without an overflow. Sums modulo 65536 are
+// enough.
+constexpr Word kLowBytes = ~Word{0} / 0xffff * 0xff;
+constexpr Word kLanes = ~Word{0} / 0xffff;
+constexpr size_t kBlock = 256 * sizeof(Word);
+
+uint32_t sum_lanes(Word lanes) {
+    return static_cast<uint32_t>(lanes * kLanes >> (8 * sizeof(Word) - 16));
+}
+
+uint32_t sum_block(const uint8_t *bytes, size_t length) {
+    Word low = 0;
+    Word high = 0;
+    for (size_t i = 0; i != length; i += sizeof(Word)) {
+        Word word = rk::load_word(bytes + i);
+        low += word & kLowBytes;
+        high += word >> 8 & kLowBytes;
+    }
+    uint32_t first = sum_lanes(rk::kBigEndian ? high : low);
+    uint32_t second = sum_lanes(rk::kBigEndian ? low : high);
+    return first * 256 + second;
+}
+
+// More than the flash of any such router: a header that says so is no header, and the memory that
+// it speaks of is not the caller's.
+constexpr uint32_t kLongestPayload = 256U << 20;
+
+bool has_image_length(const Image &image) {
+    return image.length % 2 == 0 && image.length <= kLongestPayload;
+}
+
+bool has_right_checksum(const Image &image) {
+    uint32_t sum = 0;
+    size_t in_words = image.length - image.length % sizeof(Word);
+    size_t i = 0;
+    while (i != in_words) {
+        size_t length = std::min(in_words - i, kBlock);
+        sum += sum_block(image.payload + i, length);
+        i += length;
+    }
+    for (; i != image.length; i += 2) {
+        sum += rk::load_be16(image.payload + i);
+    }
+    return sum % 65536 == 0;
+}
+
+bool seek(const UniqueFd &device, uint32_t offset) {
+    return ::lseek(device.get(), static_cast<off_t>(offset), SEEK_SET) >= 0;
+}
+
+// Refuses whatever is wrong with an image before the first byte is written: half of one would not
+// start. Its length is judged first, since a false one leads past the caller's memory.
+int write_payload(const UniqueFd &device, const mtd_partition_t &partition, const Image &image) {
+    if (!has_image_length(image)) {
+        return fail(EINVAL);
+    }
+    if (image.length > partition.size) {
+        return fail(ENOSPC);
+    }
+    if (!has_right_checksum(image)) {
+        return fail(EINVAL);
+    }
+    if (!seek(device, image.offset)) {
+        return -1;
+    }
+    if (image.offset > partition.size - image.length) {
+        return fail(ENOSPC);
+    }
+    return safe_write(device.get(), image.payload, image.length) < 0 ? -1 : 0;
+}
+
+// Waits until the flash has what was written and drops the buffers, also after a failed wait.
+int flush(const UniqueFd &device, const char *name) {
+    int error = 0;
+    if (retry_eintr([&] { return ::fsync(device.get()); }) != 0) {
+        error = errno;
+        rk::log_at(LOG_ERR, "mtd_write: fsync '%s' failed: %m", name);
+    }
+    if (retry_eintr([&] { return ::ioctl(device.get(), BLKFLSBUF); }) != 0) {
+        rk::log_at(LOG_ERR, "mtd_write: block flush buf '%s' failed: %m", name);
+        return -1;
+    }
+    return error == 0 ? 0 : fail(error);
+}
+
+// 0 if the device goes on with these bytes, 1 if not, -1 when it cannot be read.
+int compare(const UniqueFd &device, const uint8_t *bytes, uint32_t length, uint32_t block) {
+    rk::MallocPtr<uint8_t> room(static_cast<uint8_t *>(std::malloc(block)));
+    if (!room) {
+        return -1;
+    }
+    while (length != 0) {
+        ssize_t count =
+            retry_eintr([&] { return ::read(device.get(), room.get(), std::min(length, block)); });
+        if (count < 0) {
+            return -1;
+        }
+        if (count == 0 || std::memcmp(room.get(), bytes, static_cast<size_t>(count)) != 0) {
+            return 1;
+        }
+        bytes += count;
+        length -= static_cast<uint32_t>(count);
+    }
+    return 0;
+}
+
+} // namespace
+
+int mtd_getinfo(const char *name, mtd_partition_t *info) {
+    char text[2048];
+    const char *list = text;
+    if (readStrFromFile(kPartitionList, text, sizeof text) < 0) {
+        if (errno != ENOENT) {
+            return -1;
+        }
+        list = kStandardPartitions;
+    }
+    Partition found;
+    if (!find_partition(list, name, &found)) {
+        return fail(ENOENT);
+    }
+    if (info != nullptr) {
+        *info = {found.size, found.erasesize};
+    }
+    return found.index;
+}
+
+int mtd_open(const char *name, int flags, mtd_partition_t *info) {
+    int index = mtd_getinfo(name, info);
+    return index < 0 ? index : open_device(strf("/dev/mtd%d", index), flags);
+}
+
+int mtd_block_open(const char *name, int flags, mtd_partition_t *info) {
+    int index = mtd_getinfo(name, info);
+    return index < 0 ? index : open_device(strf("/dev/mtdblock%d", index), flags);
+}
+
+int is_mtd_image(const void *image) {
+    Image header = read_header(image);
+    return has_image_length(header) && has_right_checksum(header) ? 1 : 0;
+}
+
+int mtd_write(const char *name, const void *image) {
+    mtd_partition_t partition;
+    UniqueFd device(mtd_block_open(name, O_RDWR, &partition));
+    if (!device || write_payload(device, partition, read_header(image)) != 0) {
+        return -1;
+    }
+    return flush(device, name);
+}
+
+int mtd_same(const char *name, const void *image) {
+    mtd_partition_t partition;
+    UniqueFd device(mtd_block_open(name, O_RDWR, &partition));
+    Image wanted = read_header(image);
+    if (!device || !seek(device, wanted.offset)) {
+        return -1;
+    }
+    uint32_t block = partition.erasesize != 0 ? partition.erasesize : 4096; // RAM is not erased
+    return compare(device, wanted.payload, wanted.length, block);
+}
