@@ -72,12 +72,11 @@ Image read_header(const void *image) {
     return {rk::load_be32(bytes + 8), rk::load_be32(bytes + 12), bytes + 16};
 }
 
-// Sums of the first and of the second bytes of 16-bit words, several words at once: one in each
-// 16-bit lane of a machine word, as many as a lane holds without an overflow. Sums modulo 65536 are
-// enough.
+// The first and the second bytes of 16-bit words are summed apart, several at once: one in each
+// 16-bit lane of a machine word. A block has so few that the lanes' total still fits one of them.
 constexpr Word kLowBytes = ~Word{0} / 0xffff * 0xff;
 constexpr Word kLanes = ~Word{0} / 0xffff;
-constexpr size_t kBlock = 256 * sizeof(Word);
+constexpr size_t kBlock = 512;
 
 uint32_t sum_lanes(Word lanes) {
     return static_cast<uint32_t>(lanes * kLanes >> (8 * sizeof(Word) - 16));
