@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # A router with two uplinks and a modem, played in namespaces of its own. Every connection leads to a
-# provider with a real name server; every provider calls www.example.net something else.
+# provider with a real name server; every provider calls www.example.net something else. The hardware
+# that a PC lacks is simulated.
 #
 #     play.sh BUILD      BUILD: the build tree with the library and the example programs
 #
@@ -149,6 +150,39 @@ expect_main default "" ""
 
 say "The connections"
 "$wanctl" table
+
+# hardware COMMAND...: on a PC that has none of it
+export ROUTERKIT_SIM=/tmp/hardware
+hardware() { LD_PRELOAD=/mnt/librouterkit-sim.so /mnt/examples/hardware "$@" 2>&1; }
+mkdir -p $ROUTERKIT_SIM/{eth1,wlan0-va0,flash}
+
+say "The switch (simulated) sees the WAN port's cable pulled and put back"
+for state in up down up; do
+    echo $state >$ROUTERKIT_SIM/eth1/link
+    check "link" $state "$(hardware link)"
+done
+
+say "A wireless setting (simulated) is written and read back"
+echo 'str Factory' >$ROUTERKIT_SIM/wlan0-va0/ssid
+check "ssid of wlan0-va0" "Factory" "$(hardware get 0x10 ssid)"
+hardware set 0x10 ssid "Home net"
+check "ssid of wlan0-va0" "Home net" "$(hardware get 0x10 ssid)"
+check "what the driver keeps" "str Home net" "$(cat $ROUTERKIT_SIM/wlan0-va0/ssid)"
+
+say "A firmware image is checked, written to the flash (simulated) and compared"
+flash=$ROUTERKIT_SIM/flash/mtd4 # rootfs2
+truncate -s $((0x4e0000)) $flash
+{
+    printf 'firmware\x00\x00\x10\x00\x00\x00\x10\x00' # to byte 4096, 4096 bytes
+    printf '\x12\x34\xed\xcc%.0s' $(seq 1024)
+} >/tmp/image
+{ head -c 4111 /tmp/image && printf '#'; } >/tmp/broken-image
+check "before" "different" "$(hardware compare rootfs2 /tmp/image)"
+check "a broken image" "not an image" "$(hardware write rootfs2 /tmp/broken-image)"
+check "a good one" "written" "$(hardware write rootfs2 /tmp/image)"
+check "after" "the same" "$(hardware compare rootfs2 /tmp/image)"
+printf '#' | dd of=$flash bs=1 seek=5000 conv=notrunc status=none
+check "one byte of the flash went bad" "different" "$(hardware compare rootfs2 /tmp/image)"
 
 if [[ $failures -ne 0 ]]; then
     printf '\n%d steps did not come out as promised.\n' "$failures"
