@@ -230,6 +230,9 @@ int mtd_same(const char *name, const void *image) {
     if (!device || !seek(device, wanted.offset)) {
         return -1;
     }
+    if (wanted.length > partition.size) {
+        return 1; // and such a payload need not be there to be compared
+    }
     uint32_t block = partition.erasesize != 0 ? partition.erasesize : 4096; // RAM is not erased
     return compare(device, wanted.payload, wanted.length, block);
 }
