@@ -26,11 +26,14 @@ using rk::fail;
 
 namespace {
 
-// The function that the program would have called without us.
+// The function that the program would have called without us. A C library whose types are wide
+// anyway need not have the name that ends in 64.
 template <typename Function>
-Function *next(const char *name) {
+Function *next(const char *name, const char *otherwise = nullptr) {
     rk::ErrnoSaver keep;
-    return reinterpret_cast<Function *>(::dlsym(RTLD_NEXT, name));
+    void *found = ::dlsym(RTLD_NEXT, name);
+    return reinterpret_cast<Function *>(
+        found != nullptr || otherwise == nullptr ? found : ::dlsym(RTLD_NEXT, otherwise));
 }
 
 using Open = int(const char *, int, ...);
@@ -52,7 +55,7 @@ mode_t mode_of(int flags, va_list args) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(args, mode_t) : 0;
 }
 
-// A device is neither made nor emptied by opening it. O_LARGEFILE lets 32-bit programs open any.
+// A device is neither made nor emptied by opening it.
 int open_flash(const char *path, const sim::Path &file, int flags) {
     static OpenAt *open_next = next<OpenAt>("openat");
     if (sim::is_device_path(path)) {
@@ -202,7 +205,7 @@ FILE *sim_fopen(const char *path, const char *mode) {
 
 FILE *sim_fopen64(const char *path, const char *mode) SIM_REPLACES("fopen64");
 FILE *sim_fopen64(const char *path, const char *mode) {
-    static OpenFile *open_next = next<OpenFile>("fopen64");
+    static OpenFile *open_next = next<OpenFile>("fopen64", "fopen");
     sim::Path file;
     return sim::flash_path(path, file) ? sim_fopen(path, mode) : open_next(path, mode);
 }
@@ -237,7 +240,7 @@ ssize_t sim_read(int fd, void *bytes, size_t length) {
 ssize_t sim_write(int fd, const void *bytes, size_t length) SIM_REPLACES("write");
 ssize_t sim_write(int fd, const void *bytes, size_t length) {
     static Write *write_next = next<Write>("write");
-    static auto *seek_next = next<Seek<int64_t>>("lseek64");
+    static auto *seek_next = next<Seek<int64_t>>("lseek64", "lseek");
     int64_t size = sim::device_size(fd);
     if (size < 0) {
         return write_next(fd, bytes, length);
@@ -255,7 +258,7 @@ ssize_t sim_pwrite(int fd, const void *bytes, size_t length, off_t offset) {
 ssize_t sim_pwrite64(int fd, const void *bytes, size_t length, int64_t offset)
     SIM_REPLACES("pwrite64");
 ssize_t sim_pwrite64(int fd, const void *bytes, size_t length, int64_t offset) {
-    static auto *write_next = next<WriteAt<int64_t>>("pwrite64");
+    static auto *write_next = next<WriteAt<int64_t>>("pwrite64", "pwrite");
     return write_at(fd, bytes, length, offset, write_next);
 }
 
@@ -267,7 +270,7 @@ off_t sim_lseek(int fd, off_t offset, int whence) {
 
 int64_t sim_lseek64(int fd, int64_t offset, int whence) SIM_REPLACES("lseek64");
 int64_t sim_lseek64(int fd, int64_t offset, int whence) {
-    static auto *seek_next = next<Seek<int64_t>>("lseek64");
+    static auto *seek_next = next<Seek<int64_t>>("lseek64", "lseek");
     return seek(fd, offset, whence, seek_next);
 }
 
@@ -286,7 +289,7 @@ int sim_ftruncate(int fd, off_t length) {
 
 int sim_ftruncate64(int fd, int64_t length) SIM_REPLACES("ftruncate64");
 int sim_ftruncate64(int fd, int64_t length) {
-    static auto *truncate_next = next<Truncate<int64_t>>("ftruncate64");
+    static auto *truncate_next = next<Truncate<int64_t>>("ftruncate64", "ftruncate");
     return sim::device_size(fd) >= 0 ? 0 : truncate_next(fd, length);
 }
 
