@@ -16,9 +16,11 @@
 #include <routerkit/iptables.h>
 #include <routerkit/json.h>
 #include <routerkit/jsonrpc.h>
+#include <routerkit/l2tp.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/mtd.h>
 #include <routerkit/ping.h>
+#include <routerkit/pppoe.h>
 #include <routerkit/processes.h>
 #include <routerkit/regex.h>
 #include <routerkit/routes.h>

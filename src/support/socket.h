@@ -67,11 +67,11 @@ inline int bind_to_device(int fd, const char *ifname) {
     return 0;
 }
 
-// A throw-away socket that only carries an ioctl to the network code.
+// A throw-away socket that carries an ioctl to the network code.
 class ControlSocket : public UniqueFd {
   public:
-    explicit ControlSocket(int type = SOCK_DGRAM)
-        : UniqueFd(::socket(AF_INET, type | SOCK_CLOEXEC, 0)) {}
+    explicit ControlSocket(int type = SOCK_DGRAM, int family = AF_INET)
+        : UniqueFd(::socket(family, type | SOCK_CLOEXEC, 0)) {}
 
     // The ioctl's own result, negative on failure.
     int run(unsigned long request, void *record) const { return call(::ioctl, request, record); }
