@@ -19,12 +19,14 @@
 #include <routerkit/l2tp.h>
 #include <routerkit/link-layer.h>
 #include <routerkit/mtd.h>
+#include <routerkit/logs.h>
 #include <routerkit/ping.h>
 #include <routerkit/pppoe.h>
 #include <routerkit/processes.h>
 #include <routerkit/regex.h>
 #include <routerkit/routes.h>
 #include <routerkit/sockets.h>
+#include <routerkit/stats.h>
 #include <routerkit/strings.h>
 #include <routerkit/tokens.h>
 #include <routerkit/wan.h>

@@ -1,0 +1,218 @@
+#include <routerkit/stats.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include <routerkit/clocks.h>
+#include <routerkit/files.h>
+
+#include "support/lines.h"
+
+using std::string_view;
+
+static_assert(sizeof(cpu_stat) == 64 && offsetof(cpu_stat, steal) == 56 && sizeof(mem_info) == 24 &&
+                  offsetof(mem_info, cached) == 20 && offsetof(sta_info, rssi) == 32 &&
+                  sizeof(sta_info) == 36,
+              "host programs read the fields");
+
+namespace {
+
+constexpr size_t kLoadLine = 80;
+constexpr unsigned kCpuIntervalMs = 50;
+
+// In the order of the columns of /proc/stat (proc(5)), which is not the record's.
+constexpr int64_t cpu_stat::*kColumns[] = {
+    &cpu_stat::user,   &cpu_stat::nice, &cpu_stat::system,  &cpu_stat::idle,
+    &cpu_stat::iowait, &cpu_stat::irq,  &cpu_stat::softirq, &cpu_stat::steal,
+};
+
+// The low 32 bits of a - b, made positive.
+uint32_t distance(int64_t a, int64_t b) {
+    const uint32_t difference = static_cast<uint32_t>(a) - static_cast<uint32_t>(b);
+    return static_cast<int32_t>(difference) < 0 ? 0 - difference : difference;
+}
+
+bool is_blank(char character) { // as isspace has it, in any locale
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+const char *skip_blanks(const char *text) {
+    while (is_blank(*text)) {
+        ++text;
+    }
+    return text;
+}
+
+// The text up to the next blank.
+string_view word_at(const char *text) {
+    size_t length = 0;
+    while (text[length] != '\0' && !is_blank(text[length])) {
+        ++length;
+    }
+    return {text, length};
+}
+
+const char *behind(string_view word) {
+    return word.data() + word.size();
+}
+
+// Reads the number that comes next and steps over it; without one changes nothing.
+template <typename Number>
+bool take_number(const char *&text, Number &number) {
+    const char *digit = skip_blanks(text);
+    if (*digit < '0' || *digit > '9') {
+        return false;
+    }
+    Number value = 0;
+    for (; *digit >= '0' && *digit <= '9'; ++digit) {
+        value = value * 10 + static_cast<Number>(*digit - '0');
+    }
+    number = value;
+    text = digit;
+    return true;
+}
+
+// Reads "<key> <number> <unit>" and steps over it.
+bool take_amount(const char *&text, string_view key, uint32_t &amount) {
+    if (std::strncmp(text, key.data(), key.size()) != 0) {
+        return false;
+    }
+    text += key.size();
+    if (!take_number(text, amount)) {
+        return false;
+    }
+    text = skip_blanks(behind(word_at(skip_blanks(text))));
+    return true;
+}
+
+// A line of a station table: what stands before the colon, and the first word behind it.
+struct Pair {
+    string_view key;
+    string_view value;
+
+    // Takes the next one off the text.
+    bool read(const char *&text) {
+        key = {text, std::strcspn(text, ":")};
+        if (key.empty() || *behind(key) != ':') {
+            return false;
+        }
+        value = word_at(skip_blanks(behind(key) + 1));
+        text = skip_blanks(behind(value));
+        return !value.empty();
+    }
+};
+
+// The number in "...: <number>)", stepped over; -1 where there is none.
+int read_station_count(const char *&text) {
+    const char *colon = text + std::strcspn(text, ":");
+    if (colon == text || *colon != ':') {
+        return -1;
+    }
+    char *end = nullptr;
+    const long count = std::strtol(colon + 1, &end, 10);
+    if (end == colon + 1 || *end != ')' || count < 0) {
+        return -1;
+    }
+    text = skip_blanks(end + 1);
+    return static_cast<int>(count);
+}
+
+void note(sta_info &station, const Pair &pair) {
+    if (pair.key == "rssi") {
+        station.rssi = std::atoi(pair.value.data()); // a blank or the text's end stands behind it
+    } else if (pair.key == "hwaddr") {
+        const size_t room = sizeof station.hwaddr;
+        std::memset(station.hwaddr, 0, room);
+        std::memcpy(station.hwaddr, pair.value.data(),
+                    pair.value.size() < room ? pair.value.size() : room);
+    }
+}
+
+} // namespace
+
+int read_cpuinfo(cpu_stat *out) {
+    *out = {};
+    char text[512];
+    if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !rk::has_prefix(text, "cpu")) {
+        return 0;
+    }
+    const char *columns = text + 3;
+    for (auto column : kColumns) {
+        uint64_t ticks = 0;
+        take_number(columns, ticks);
+        out->*column = static_cast<int64_t>(ticks);
+    }
+    return 0;
+}
+
+int64_t calc_total_stat(const cpu_stat *stat) {
+    uint64_t total = 0;
+    for (auto column : kColumns) {
+        total += static_cast<uint64_t>(stat->*column);
+    }
+    return static_cast<int64_t>(total);
+}
+
+int calc_value_percent(int64_t a, int64_t b, int total) {
+    return total != 0 ? static_cast<int>(int64_t{distance(a, b)} * 100 / total) : 0;
+}
+
+void calc_stat(const cpu_stat *a, const cpu_stat *b, cpu_stat *out) {
+    const uint32_t between = distance(calc_total_stat(a), calc_total_stat(b));
+    const int total = between != 0 ? static_cast<int>(between) : 1;
+    for (auto column : kColumns) {
+        out->*column = calc_value_percent(a->*column, b->*column, total);
+    }
+}
+
+void get_cpuinfo(cpu_stat *out) {
+    cpu_stat before, after;
+    read_cpuinfo(&before);
+    safe_msleep(kCpuIntervalMs);
+    read_cpuinfo(&after);
+    calc_stat(&before, &after, out);
+}
+
+int get_meminfo(mem_info *out) {
+    char text[512];
+    if (readStrFromFile("/proc/meminfo", text, sizeof text) < 0) {
+        return 0;
+    }
+    const char *line = text;
+    const bool first_two =
+        take_amount(line, "MemTotal:", out->total) && take_amount(line, "MemFree:", out->free);
+    out->shared = 0;
+    if (first_two && take_amount(line, "Buffers:", out->buffers)) {
+        take_amount(line, "Cached:", out->cached);
+    }
+    out->used = out->total - out->free;
+    return static_cast<int>(out->used);
+}
+
+int get_loadavg(char *buffer) {
+    return readStrFromFile("/proc/loadavg", buffer, kLoadLine);
+}
+
+int wlan_procStaInfo(const char *text, sta_info *stations) {
+    const int count = read_station_count(text);
+    if (count < 0) {
+        return -1;
+    }
+    int current = -1;
+    while (*text != '\0') {
+        Pair pair;
+        if (!pair.read(text)) {
+            return -1;
+        }
+        if (pair.value == "stat_info...") {
+            ++current;
+        } else if (current < 0) {
+            return -1;
+        } else if (current < count) {
+            note(stations[current], pair);
+        }
+    }
+    return count;
+}
