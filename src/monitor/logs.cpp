@@ -85,8 +85,10 @@ int circ_open_and_write(const char *path, size_t size, size_t count, const char 
         return fail(EINVAL);
     }
     entry_size = size;
-    upFlagFile(path);
     FILE *stream = std::fopen(path, "r+e");
+    if (stream == nullptr && upFlagFile(path) == 1) { // there was no file, and now there is
+        stream = std::fopen(path, "r+e");
+    }
     if (stream == nullptr) {
         return -1;
     }
@@ -109,7 +111,7 @@ int IncreaseCountInFile(const char *path) {
     }
     text[std::strcspn(text, "\n")] = '\0'; // white space before a number may be another line
     TextBuffer<sizeof text> count;
-    count.append_decimal(std::strtol(text, nullptr, 10) + 1);
+    count.format("%ld", std::strtol(text, nullptr, 10) + 1);
     FILE *stream = std::fopen(path, "we");
     if (stream == nullptr) {
         return 0;

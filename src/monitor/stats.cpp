@@ -156,7 +156,23 @@ int64_t calc_total_stat(const cpu_stat *stat) {
 }
 
 int calc_value_percent(int64_t a, int64_t b, int total) {
-    return total != 0 ? static_cast<int>(int64_t{distance(a, b)} * 100 / total) : 0;
+    if (total == 0) {
+        return 0;
+    }
+    // The product needs 38 bits. It is divided digit by digit: a 32-bit processor has no other
+    // division of that size than a routine of more than a kilobyte.
+    const uint32_t divisor =
+        total < 0 ? 0U - static_cast<uint32_t>(total) : static_cast<uint32_t>(total);
+    const uint32_t value = distance(a, b);
+    uint32_t percent = value / divisor;
+    uint64_t rest = value % divisor;
+    for (int digits = 0; digits < 2; ++digits) {
+        percent *= 10;
+        for (rest *= 10; rest >= divisor; rest -= divisor) {
+            ++percent;
+        }
+    }
+    return static_cast<int>(total < 0 ? 0U - percent : percent);
 }
 
 void calc_stat(const cpu_stat *a, const cpu_stat *b, cpu_stat *out) {

@@ -43,8 +43,7 @@ TEST(Stats, ProcessorSamplesAndTheirShares) {
         {"cpu 1 2 3\ncpu0 1 2 3\n", "1 3 2 0 0 0 0 0 "},
         {"cpu 1 2 x 4 5 6 7 8", "1 0 2 0 0 0 0 0 "},
         {"intr 1 2 3 4 5 6 7 8", "0 0 0 0 0 0 0 0 "},
-        {"", "0 0 0 0 0 0 0 0 "},
-    };
+        {"", "0 0 0 0 0 0 0 0 "}};
     cpu_stat sample = {9, 9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(without_descriptors([&] { return read_cpuinfo(&sample); }), 0);
     EXPECT_EQ(calc_total_stat(&sample), 0);
@@ -65,7 +64,12 @@ TEST(Stats, ProcessorSamplesAndTheirShares) {
     EXPECT_EQ(calc_value_percent(5, 8, 0), 0);
     EXPECT_EQ(calc_value_percent(1LL << 32, 2, 3), 66) << "the low 32 bits, truncated";
     EXPECT_EQ(calc_value_percent(0x10, 0xfffffff0, 64), 50) << "across the wrap";
-    EXPECT_EQ(calc_value_percent(0, 2000000000, 2000000000), 100) << "the product has 38 bits";
+    for (uint32_t i = 0, noise = 1; i < 1000; ++i, noise = noise * 1664525 + 1013904223) {
+        const int value = static_cast<int>(noise >> (1 + i % 31));
+        const int total = static_cast<int>(noise >> (i / 33) | 1);
+        EXPECT_EQ(calc_value_percent(value, 0, total), static_cast<int>(value * 100LL / total))
+            << value << " of " << total;
+    }
     lab::SignalStorm storm;
     lab::takes_ms(50, [&] { return get_cpuinfo(&sample), 0; });
 }
@@ -81,8 +85,7 @@ TEST(Stats, MemoryUpToTheFirstUnexpectedLine) {
         {both + "Cached: 7000 kB\n", "29000 24000 5000 0 9 9 "},
         {"MemTotal: 29 kB\nMemFree: much", "29 20 9 0 9 9 "},
         {"MemTotal: 29 " + std::string(3000, 'k') + "\nMemFree: 5", "29 20 9 0 9 9 "},
-        {rest + both, "9 0 9 0 9 9 "},
-    };
+        {rest + both, "9 0 9 0 9 9 "}};
     mem_info info[2] = {{9, 9, 9, 9, 9, 9}, {}};
     EXPECT_EQ(without_descriptors([&] { return get_meminfo(info); }), 0);
     EXPECT_EQ(fields<uint32_t>(info[0]), "9 9 9 9 9 9 ");
@@ -103,15 +106,9 @@ TEST(Stats, LoadLineAsItStandsAndTheCostOfEachRead) {
     EXPECT_STREQ(text, "0.20 0.18 0.12 1/80 11206\n");
     serve("/proc/loadavg", std::string(100, '1'));
     EXPECT_EQ(get_loadavg(text), 79);
-    auto all = [&] {
-        union {
-            cpu_stat cpu;
-            mem_info memory;
-        } out;
-        read_cpuinfo(&out.cpu);
-        get_meminfo(&out.memory);
-        get_loadavg(text);
-    };
+    cpu_stat cpu;
+    mem_info memory;
+    auto all = [&] { read_cpuinfo(&cpu), get_meminfo(&memory), get_loadavg(text); };
     EXPECT_THAT(lab::system_calls(all),
                 ElementsAre(SYS_openat, SYS_read, SYS_close, SYS_openat, SYS_read, SYS_close,
                             SYS_openat, SYS_read, SYS_close));
@@ -139,8 +136,7 @@ TEST(Stats, StationTablesAndJunk) {
         {"(active: 2" + first, "-1:  9,  9"},
         {"(active: -2)" + first + "rssi: 5", "-1:  9,  9"},
         {"no header", "-1:  9,  9"},
-        {"", "-1:  9,  9"},
-    };
+        {"", "-1:  9,  9"}};
     for (const auto &[table, wanted] : cases) {
         sta_info stations[3] = {{"", 9}, {"", 9}, {"", 9}};
         lab::Fenced text(table + '\0');

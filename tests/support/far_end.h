@@ -1,4 +1,4 @@
-// What another host (lab::Host) sees at its end of the cable.
+// What another host sees at its end of the cable.
 #pragma once
 
 #include <functional>
@@ -14,51 +14,52 @@
 #include <sched.h>
 #include <sys/socket.h>
 
+#include <routerkit/ping.h>
+
 #include "support/lab.h"
 #include "support/owning.h"
 
 namespace lab {
 
-// A socket that lives in the host's network namespace; `open` makes it there, bound and all.
-inline int socket_of(const std::string &host, const std::function<int()> &open) {
+inline constexpr uint32_t kFar = 0x0a010001; // 10.1.0.1
+
+// A socket in a host's network namespace, bound there.
+template <typename Address>
+int far_socket(const std::string &host, int family, int type, const Address &address) {
     int fd = -1;
     std::thread visitor([&] { // a thread has a network namespace of its own
         rk::UniqueFd there(::open(("/run/netns/" + host).c_str(), O_RDONLY | O_CLOEXEC));
-        ASSERT_EQ(::setns(there.get(), CLONE_NEWNET), 0);
-        fd = open();
+        EXPECT_EQ(::setns(there.get(), CLONE_NEWNET), 0);
+        fd = ::socket(family, type | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     });
     visitor.join();
-    EXPECT_GE(fd, 0);
     return fd;
 }
 
-// The frames that reach the host, and what a protocol analyser says of them.
-class Tap : Pinned {
+// The host 10.1.0.1 behind one of our interfaces, with all frames that reach it.
+class FarEnd : public Host {
   public:
-    explicit Tap(const std::string &host) : fd_(socket_of(host, open)) {}
+    explicit FarEnd(const char *ifname) : Host("far", ifname, "10.1.0.2/24", "10.1.0.1/24") {
+        // A new cable carries frames as soon as the kernel has seen its carrier.
+        EXPECT_TRUE(wait_until([=] { return ping_test(ifname, &kFar, 1, 100, 0) == 1; }));
+    }
 
-    // What has arrived since the last look.
-    std::vector<std::string> take() const {
+    // Those of them since the last look that went to a MAC address, or all.
+    std::vector<std::string> take_frames(std::string_view mac = "") const {
         std::vector<std::string> frames;
         char frame[2048];
-        for (ssize_t size; (size = ::recv(fd_.get(), frame, sizeof frame, MSG_DONTWAIT)) > 0;) {
-            frames.emplace_back(frame, static_cast<size_t>(size));
+        for (ssize_t size; (size = ::recv(tap_.get(), frame, sizeof frame, MSG_DONTWAIT)) > 0;) {
+            if (std::string_view(frame, mac.size()) == mac) {
+                frames.emplace_back(frame, static_cast<size_t>(size));
+            }
         }
         return frames;
     }
 
   private:
-    static int open() {
-        sockaddr_ll link = {};
-        link.sll_family = AF_PACKET;
-        link.sll_protocol = htons(ETH_P_ALL);
-        link.sll_ifindex = static_cast<int>(::if_nametoindex("up0"));
-        int fd = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr *>(&link), sizeof link), 0);
-        return fd;
-    }
-
-    rk::UniqueFd fd_;
+    const sockaddr_ll all_ = {AF_PACKET, htons(ETH_P_ALL), 0, 0, 0, 0, {}};
+    rk::UniqueFd tap_{far_socket("far", AF_PACKET, SOCK_RAW, all_)};
 };
 
 // Runs tshark over some Ethernet frames; it must not find fault with any of them.
@@ -72,11 +73,9 @@ inline std::string tshark(const std::vector<std::string> &frames, const std::str
         file += words({0, 0, size, size}) + frame;
     }
     put("/tmp/frames.pcap", file);
-    auto run = [](const std::string &how) {
-        return sh("(tshark -r /tmp/frames.pcap " + how + " 2>/dev/null)");
-    };
-    EXPECT_EQ(run("-Y '_ws.expert || _ws.malformed' -V"), "");
-    return run(options);
+    const std::string read = "(tshark -r /tmp/frames.pcap 2>/dev/null ";
+    EXPECT_EQ(sh(read + "-Y '_ws.expert || _ws.malformed' -V)"), "");
+    return sh(read + options + ")");
 }
 
 } // namespace lab
