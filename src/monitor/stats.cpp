@@ -104,7 +104,7 @@ struct Pair {
     }
 };
 
-// The number in "...: <number>)", stepped over; -1 where there is none.
+// The number in "...: <number>)", stepped over; a negative one where there is none.
 int read_station_count(const char *&text) {
     const char *colon = text + std::strcspn(text, ":");
     if (colon == text || *colon != ':') {
@@ -112,7 +112,7 @@ int read_station_count(const char *&text) {
     }
     char *end = nullptr;
     const long count = std::strtol(colon + 1, &end, 10);
-    if (end == colon + 1 || *end != ')' || count < 0) {
+    if (end == colon + 1 || *end != ')') {
         return -1;
     }
     text = skip_blanks(end + 1);

@@ -62,7 +62,7 @@ class FarEnd : public Host {
     rk::UniqueFd tap_{far_socket("far", AF_PACKET, SOCK_RAW, all_)};
 };
 
-// Runs tshark over some Ethernet frames; it must not find fault with any of them.
+// Runs tshark, without a user's settings, over Ethernet frames: it must not find fault with any.
 inline std::string tshark(const std::vector<std::string> &frames, const std::string &options) {
     auto words = [](std::vector<uint32_t> numbers) {
         return std::string(reinterpret_cast<char *>(numbers.data()), numbers.size() * 4);
@@ -73,7 +73,7 @@ inline std::string tshark(const std::vector<std::string> &frames, const std::str
         file += words({0, 0, size, size}) + frame;
     }
     put("/tmp/frames.pcap", file);
-    const std::string read = "(tshark -r /tmp/frames.pcap 2>/dev/null ";
+    const std::string read = "(HOME=/tmp tshark -r /tmp/frames.pcap 2>/dev/null ";
     EXPECT_EQ(sh(read + "-Y '_ws.expert || _ws.malformed' -V)"), "");
     return sh(read + options + ")");
 }
