@@ -56,6 +56,7 @@ TEST(Stats, ProcessorSamplesAndTheirShares) {
     const cpu_stat before = {100, 100, 7, 100, 0, 0, 0, 1LL << 32};
     const cpu_stat after = {103, 101, 7, 101, 0, 0, 0, 1LL << 32};
     for (const cpu_stat *from : {&before, &after}) {
+        sample = {9, 9, 9, 9, 9, 9, 9, 9};
         calc_stat(from, from == &before ? &after : &before, &sample);
         EXPECT_EQ(fields<int64_t>(sample), "60 20 0 20 0 0 0 0 ");
         calc_stat(from, from, &sample);
