@@ -18,8 +18,8 @@
 #include <routerkit/jsonrpc.h>
 #include <routerkit/l2tp.h>
 #include <routerkit/link-layer.h>
-#include <routerkit/mtd.h>
 #include <routerkit/logs.h>
+#include <routerkit/mtd.h>
 #include <routerkit/ping.h>
 #include <routerkit/pppoe.h>
 #include <routerkit/processes.h>

@@ -35,7 +35,8 @@ struct Prologue {
     uintptr_t saved_return; // where the return address is kept, 0: nowhere yet
 };
 
-template <typename Unit> Unit unit_at(uintptr_t address) {
+template <typename Unit>
+Unit unit_at(uintptr_t address) {
     return *reinterpret_cast<const Unit *>(address);
 }
 
@@ -93,7 +94,8 @@ Prologue find_compact_prologue(const Position &at, uintptr_t first) {
 }
 
 bool in_signal_return(uintptr_t pc) {
-    return std::memcmp(reinterpret_cast<const void *>(pc), kSignalReturn, sizeof kSignalReturn) == 0;
+    return std::memcmp(reinterpret_cast<const void *>(pc), kSignalReturn, sizeof kSignalReturn) ==
+           0;
 }
 
 Position interrupted(uintptr_t sp) {
