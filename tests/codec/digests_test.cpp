@@ -117,8 +117,9 @@ TEST(Digests, NullsAreIgnoredWhereStated) {
 // --- Base64 ---
 
 std::string encode(const std::string &bytes, size_t size) {
+    lab::Fenced fenced(bytes);
     std::string text(size + 1, '#');
-    int length = b64_encode(text.data(), size, bytes.data(), bytes.size());
+    int length = b64_encode(text.data(), size, fenced.data(), bytes.size());
     EXPECT_EQ(text[static_cast<size_t>(length)], '\0');
     EXPECT_EQ(text[size], '#');
     return text.c_str();
@@ -184,6 +185,11 @@ TEST(Base64, AgreesWithTheMachinesOwn) {
     std::string text = lab::sh("base64 -w0 /tmp/bytes");
     EXPECT_EQ(encode(bytes, text.size() + 1), text);
     EXPECT_EQ(decode(text, b64_decoded_len(text.size())), bytes);
+    for (size_t length = 0; length < 80; ++length) {
+        std::string part = encode(bytes.substr(0, length), b64_encoded_len(length) + 1);
+        EXPECT_EQ(part.substr(0, length / 3 * 4), text.substr(0, length / 3 * 4));
+        EXPECT_EQ(decode(part, b64_decoded_len(part.size())), bytes.substr(0, length));
+    }
 }
 
 } // namespace
