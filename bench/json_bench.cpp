@@ -12,29 +12,9 @@
 #include <rapidjson/reader.h>
 
 #include "support/pairs.h"
+#include "support/replies.h"
 
 namespace {
-
-// A reply as the router's neighbours send it: some members, and an array of records.
-std::string reply(size_t records, const std::string &space, const std::string &name = "station") {
-    std::string text = "{" + space + "\"jsonrpc\":\"2.0\"," + space + "\"id\":17," + space +
-                       "\"result\":{\"ok\":true,\"none\":null,\"list\":[" + space;
-    for (size_t i = 0; i < records; ++i) {
-        text += (i != 0 ? "," + space : std::string()) +
-                "{\"mac\":\"00:1A:2B:3C:4D:" + std::to_string(10 + i) + "\"," + space +
-                "\"rssi\":-" + std::to_string(40 + i) + "," + space + "\"name\":\"" + name +
-                " number " + std::to_string(i) + "\"}";
-    }
-    return text + "]}}";
-}
-
-std::string deep_reply() {
-    std::string text = "[";
-    for (int i = 0; i < 3; ++i) {
-        text += (i != 0 ? "," : "") + reply(20, "", std::string(80, 'n'));
-    }
-    return text + "]";
-}
 
 std::string work; // what the parsers destroy
 json_ctx_t ctx;
@@ -186,13 +166,12 @@ void declare_tokens(const std::string &name, const std::string &text, double at_
 
 void bench::declare_rows() {
     work.resize(65536);
-    const std::string indent = "\n        ";
     declare_tree("0.2 KB", reply(3, ""), 0.25);
     declare_tree("1 KB", reply(18, ""), 0.25);
     declare_tree("8 KB", deep_reply(), 0.30);
-    declare_tree("2 KB indented", reply(18, indent), 0.40);
-    declare_tree("one text of 8 KB", "{\"log\":\"" + std::string(8000, 'x') + "\"}", 0.60);
+    declare_tree("2 KB indented", reply(18, kIndent), 0.40);
+    declare_tree("one text of 8 KB", long_text(), 0.60);
     declare_look_up(reply(18, ""));
     declare_tokens("1 KB compact", reply(18, ""), 0.32);
-    declare_tokens("2 KB indented", reply(18, indent), 0.45);
+    declare_tokens("2 KB indented", reply(18, kIndent), 0.45);
 }
