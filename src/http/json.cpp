@@ -14,33 +14,39 @@ namespace {
 
 constexpr int kDigitsThatFit = 9; // of an int32_t
 
-bool is_space(char character) {
-    return character == ' ' || character == '\n' || character == '\r' || character == '\t';
-}
+using rk::at;
+using rk::is_space;
 
 inline char *skip_space(char *pos) {
-    while (static_cast<unsigned char>(*pos) <= ' ' && is_space(*pos)) {
+    while (is_space(pos)) {
         ++pos;
     }
     return pos;
 }
 
-bool is_digit(char character) {
-    return character >= '0' && character <= '9';
+inline unsigned digit_at(const char *pos) {
+    return at(pos) - unsigned{'0'};
 }
 
+inline bool is_number(const char *pos) {
+    return digit_at(pos) <= 9 || at(pos) == '-';
+}
+
+// Spent nodes are the one error that no other replaces.
 char *fail_at(json_ctx_t *ctx, int error, char *pos) {
-    ctx->error = error;
+    if (ctx->error != JSON_ERROR_NODES) {
+        ctx->error = error;
+    }
     return pos;
 }
 
 // The rest of a string from the first character on that is not plain.
 [[gnu::noinline]] char *end_escaped_string(json_ctx_t *ctx, char *pos, char *end) {
-    while (*pos != '"') {
-        if (pos < end && *pos == '\\') {
+    while (at(pos) != '"') {
+        if (pos < end && at(pos) == '\\') {
             ++pos; // what it escapes may be a quote
         }
-        if (pos >= end || *pos == '\0') {
+        if (pos >= end || at(pos) == '\0') {
             return fail_at(ctx, JSON_ERROR_STRING, pos);
         }
         pos = const_cast<char *>(rk::skip_plain(pos + 1, end));
@@ -52,7 +58,7 @@ char *fail_at(json_ctx_t *ctx, int error, char *pos) {
 // Ends the string whose first character is at `pos`; returns the position behind its quote.
 inline char *end_string(json_ctx_t *ctx, char *pos, char *end) {
     pos = const_cast<char *>(rk::skip_plain(pos, end));
-    if (*pos != '"') [[unlikely]] {
+    if (at(pos) != '"') [[unlikely]] {
         return end_escaped_string(ctx, pos, end);
     }
     *pos = '\0';
@@ -64,56 +70,107 @@ bool spells(const char *pos, const char *word, size_t length) {
     return std::strncmp(pos, word, length) == 0;
 }
 
-// As if the parsers were tried in their order: once there is an error, the first one, for strings,
-// is the only one that still takes a value.
+char *parse_children(json_ctx_t *ctx, json_node_t *node, char *pos, char *end);
+
+inline char *parse_string(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
+    node->type = JSON_STRING;
+    node->value.string = pos + 1;
+    return end_string(ctx, pos + 1, end);
+}
+
+inline char *parse_number(json_node_t *node, char *pos) {
+    char *start = pos;
+    bool negative = at(pos) == '-';
+    pos += negative ? 1 : 0;
+    char *digits = pos;
+    uint32_t value = 0;
+    for (; digit_at(pos) <= 9; ++pos) {
+        value = value * 10 + digit_at(pos);
+    }
+    node->type = JSON_NUMBER;
+    node->value.number = static_cast<int32_t>(negative ? 0 - value : value);
+    if (pos - digits > kDigitsThatFit) [[unlikely]] {
+        node->value.number = std::atoi(start);
+    }
+    return pos;
+}
+
+char *parse_literal(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
+    switch (*pos) {
+    case 't':
+    case 'f':
+        return json_parse_boolean(ctx, node, pos, end);
+    case 'n':
+        return json_parse_null(ctx, node, pos, end);
+    default:
+        return fail_at(ctx, JSON_ERROR_SYNTAX, pos);
+    }
+}
+
+// The value at `pos`, as if the parsers were tried in their order: once there is an error, the first
+// one, for strings, is the only one that still takes a value.
 [[gnu::always_inline]] inline char *parse_any(json_ctx_t *ctx, json_node_t *node, char *pos,
                                               char *end) {
-    pos = skip_space(pos);
-    char *start = pos;
-    if (*pos == '"') {
-        pos = json_parse_string(ctx, node, pos, end);
-    } else if (ctx->error == 0) {
-        switch (*pos) {
-        case '{':
-            pos = json_parse_object(ctx, node, pos, end);
-            break;
-        case '[':
-            pos = json_parse_array(ctx, node, pos, end);
-            break;
-        case 't':
-        case 'f':
-            pos = json_parse_boolean(ctx, node, pos, end);
-            break;
-        case 'n':
-            pos = json_parse_null(ctx, node, pos, end);
-            break;
-        default:
-            pos = json_parse_number(ctx, node, pos, end);
-        }
+    if (at(pos) == '"') {
+        return parse_string(ctx, node, pos, end);
     }
     if (ctx->error != 0) {
         return pos;
     }
-    return pos != start ? skip_space(pos) : fail_at(ctx, JSON_ERROR_SYNTAX, pos);
-}
-
-// The next child of a container: parsed from `pos` on, and appended. A node that cannot be had ends
-// the parse.
-[[gnu::always_inline]] inline char *parse_child(json_ctx_t *ctx, json_node_t *parent, char *key,
-                                                char *pos, char *end) {
-    json_node_t *child = json_alloc(ctx);
-    if (child == nullptr) {
-        return fail_at(ctx, JSON_ERROR_NODES, pos);
+    if (is_number(pos)) {
+        return parse_number(node, pos);
     }
-    child->key = key;
-    pos = parse_any(ctx, child, pos, end);
-    parent->value.children[parent->count++] = child;
-    return skip_space(pos);
+    if (at(pos) == '{' || at(pos) == '[') {
+        return parse_children(ctx, node, pos, end);
+    }
+    return parse_literal(ctx, node, pos, end);
 }
 
-// The bracket or brace that closes a container.
-char *close_container(json_ctx_t *ctx, char *pos, char bracket) {
-    return *pos == bracket ? pos + 1 : fail_at(ctx, JSON_ERROR_SYNTAX, pos);
+// Takes the key at `pos` and the colon behind it; null, with `pos` where it ends, for none.
+inline char *parse_key(json_ctx_t *ctx, char *&pos, char *end) {
+    char *key = pos + 1;
+    if (at(pos) == '"') {
+        pos = skip_space(end_string(ctx, key, end));
+        if (at(pos) == ':') {
+            pos = skip_space(pos + 1);
+            return key;
+        }
+    }
+    fail_at(ctx, JSON_ERROR_KEY, pos);
+    return nullptr;
+}
+
+// An object or array from its bracket on.
+char *parse_children(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
+    bool object = at(pos) == '{';
+    unsigned closing = object ? '}' : ']';
+    int32_t count = 0;
+    node->type = object ? JSON_OBJECT : JSON_ARRAY;
+    node->count = 0;
+    pos = skip_space(pos + 1);
+    bool more = object ? at(pos) == '"' : at(pos) != ']';
+    for (; more; more = object || at(pos) != ']') {
+        if (count == JSON_MAX_CHILDREN) {
+            return fail_at(ctx, JSON_ERROR_CHILDREN, pos);
+        }
+        char *key = object ? parse_key(ctx, pos, end) : nullptr;
+        if (object && key == nullptr) {
+            return pos;
+        }
+        json_node_t *child = json_alloc(ctx);
+        if (child == nullptr) {
+            return fail_at(ctx, JSON_ERROR_NODES, pos);
+        }
+        child->key = key;
+        pos = skip_space(parse_any(ctx, child, pos, end));
+        node->value.children[count] = child;
+        node->count = ++count;
+        if (at(pos) != ',') {
+            break;
+        }
+        pos = skip_space(pos + 1);
+    }
+    return at(pos) == closing ? pos + 1 : fail_at(ctx, JSON_ERROR_SYNTAX, pos);
 }
 
 } // namespace
@@ -134,37 +191,15 @@ json_node_t *json_parse(json_ctx_t *ctx, char *text, size_t len) {
 }
 
 char *json_parse_string(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
-    if (*pos != '"') {
-        return pos;
-    }
-    node->type = JSON_STRING;
-    node->value.string = pos + 1;
-    return end_string(ctx, pos + 1, end);
+    return at(pos) == '"' ? parse_string(ctx, node, pos, end) : pos;
 }
 
 char *json_parse_number(json_ctx_t *, json_node_t *node, char *pos, char *) {
-    if (*pos != '-' && !is_digit(*pos)) {
-        return pos;
-    }
-    char *start = pos;
-    bool negative = *pos == '-';
-    pos += negative ? 1 : 0;
-    char *digits = pos;
-    uint32_t value = 0;
-    for (; is_digit(*pos); ++pos) {
-        value = value * 10 + static_cast<uint32_t>(*pos - '0');
-    }
-    node->type = JSON_NUMBER;
-    if (pos - digits > kDigitsThatFit) {
-        node->value.number = std::atoi(start);
-    } else {
-        node->value.number = static_cast<int32_t>(negative ? 0 - value : value);
-    }
-    return pos;
+    return is_number(pos) ? parse_number(node, pos) : pos;
 }
 
 char *json_parse_boolean(json_ctx_t *ctx, json_node_t *node, char *pos, char *) {
-    if (*pos != 't' && *pos != 'f') {
+    if (at(pos) != 't' && at(pos) != 'f') {
         return pos;
     }
     node->type = JSON_BOOLEAN;
@@ -180,7 +215,7 @@ char *json_parse_boolean(json_ctx_t *ctx, json_node_t *node, char *pos, char *) 
 }
 
 char *json_parse_null(json_ctx_t *ctx, json_node_t *node, char *pos, char *) {
-    if (*pos != 'n') {
+    if (at(pos) != 'n') {
         return pos;
     }
     node->type = JSON_NULL;
@@ -188,63 +223,16 @@ char *json_parse_null(json_ctx_t *ctx, json_node_t *node, char *pos, char *) {
 }
 
 char *json_parse_array(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
-    if (*pos != '[') {
-        return pos;
-    }
-    node->type = JSON_ARRAY;
-    node->count = 0;
-    pos = skip_space(pos + 1);
-    while (*pos != ']') {
-        if (node->count == JSON_MAX_CHILDREN) {
-            return fail_at(ctx, JSON_ERROR_CHILDREN, pos);
-        }
-        pos = parse_child(ctx, node, nullptr, pos, end);
-        if (ctx->error == JSON_ERROR_NODES) {
-            return pos;
-        }
-        if (*pos != ',') {
-            break;
-        }
-        pos = skip_space(pos + 1);
-    }
-    return close_container(ctx, pos, ']');
+    return at(pos) == '[' ? parse_children(ctx, node, pos, end) : pos;
 }
 
 char *json_parse_object(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
-    if (*pos != '{') {
-        return pos;
-    }
-    node->type = JSON_OBJECT;
-    node->count = 0;
-    pos = skip_space(pos + 1);
-    if (*pos != '"') {
-        return close_container(ctx, pos, '}');
-    }
-    for (;;) {
-        if (node->count == JSON_MAX_CHILDREN) {
-            return fail_at(ctx, JSON_ERROR_CHILDREN, pos);
-        }
-        if (*pos != '"') {
-            return fail_at(ctx, JSON_ERROR_KEY, pos);
-        }
-        char *key = pos + 1;
-        pos = skip_space(end_string(ctx, key, end));
-        if (*pos != ':') {
-            return fail_at(ctx, JSON_ERROR_KEY, pos);
-        }
-        pos = parse_child(ctx, node, key, pos + 1, end);
-        if (ctx->error == JSON_ERROR_NODES) {
-            return pos;
-        }
-        if (*pos != ',') {
-            return close_container(ctx, pos, '}');
-        }
-        pos = skip_space(pos + 1);
-    }
+    return at(pos) == '{' ? parse_children(ctx, node, pos, end) : pos;
 }
 
 char *json_parse_value(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
-    return parse_any(ctx, node, pos, end);
+    pos = parse_any(ctx, node, skip_space(pos), end);
+    return ctx->error == 0 ? skip_space(pos) : pos;
 }
 
 json_node_t *json_getChildByKey(const json_node_t *node, const char *key) {

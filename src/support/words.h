@@ -1,10 +1,9 @@
 // A text looked at one machine word at a time.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <memory>
 
 namespace rk {
 
@@ -14,29 +13,16 @@ constexpr Word in_every_byte(Word value) {
     return ~Word{0} / 255 * value;
 }
 
-// At any address.
-inline Word load_word(const void *bytes) {
+inline bool is_word_aligned(const char *bytes) {
+    return reinterpret_cast<uintptr_t>(bytes) % sizeof(Word) == 0;
+}
+
+// Such a word lies in one page with each of its bytes. What is behind a text's end may be read
+// along with it, which the address sanitizer would take for a fault.
+[[gnu::no_sanitize_address]] inline Word load_aligned_word(const char *bytes) {
     Word word;
-    std::memcpy(&word, bytes, sizeof word);
+    __builtin_memcpy(&word, std::assume_aligned<sizeof word>(bytes), sizeof word);
     return word;
-}
-
-// Marks the zero bytes of a word with their top bit. Bytes above the first zero one may be marked
-// by mistake (in the order of the bits, not of the memory); none is missed.
-constexpr Word mark_zeros(Word word) {
-    return (word - in_every_byte(1)) & ~word & in_every_byte(0x80);
-}
-
-constexpr Word mark_byte(Word word, char byte) {
-    return mark_zeros(word ^ in_every_byte(static_cast<unsigned char>(byte)));
-}
-
-// The place of the first marked byte in memory, of a word as load_word gave it. Where the first
-// byte in memory is the highest, marks may be mistaken, and the caller has to look.
-constexpr bool kMarksAreExact = std::endian::native == std::endian::little;
-
-inline size_t first_marked(Word marks) {
-    return static_cast<size_t>(std::countr_zero(marks)) / 8;
 }
 
 } // namespace rk

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <random>
 
+#include <routerkit/tokens.h>
+
 #include "support/lab.h"
 
 namespace {
@@ -317,6 +319,23 @@ TEST(Json, PartsClaimTheirOwnKindOnly) {
     for (ctx.used = 0; json_alloc(&ctx) != nullptr;) {
     }
     EXPECT_EQ(ctx.used, JSON_MAX_NODES);
+}
+
+// A NUL inside the stated length ends the text, and the page behind it may not be there. The texts
+// start at every place within a word; the reader of tokens has the same scan.
+TEST(Json, NothingIsReadBehindANul) {
+    for (size_t length = 0; length < 100; ++length) {
+        std::string text = "\"" + std::string(length, 'x') + std::string(1, '\0');
+        lab::Fenced fenced(text), tokens_text(text);
+        EXPECT_EQ(json_parse(&ctx, fenced.data(), 4096), nullptr);
+        EXPECT_EQ(ctx.error, JSON_ERROR_STRING);
+        jsonrpc_parser_t parser;
+        jsonrpc_init(&parser);
+        EXPECT_EQ(jsonrpc_parse(&parser, tokens_text.data(), 4096, nullptr, 0), JSONRPC_ERROR_END);
+        lab::Fenced closed("\"" + std::string(length, 'x') + "\\\"\t\xd0\xbf\"");
+        EXPECT_EQ(json_parse_string(&ctx, ctx.nodes, closed.data(), closed.data() + closed.size()),
+                  closed.data() + closed.size());
+    }
 }
 
 } // namespace
