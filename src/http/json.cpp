@@ -19,7 +19,9 @@ using rk::is_space;
 
 inline char *skip_space(char *pos) {
     while (is_space(pos)) {
-        ++pos;
+        do {
+            ++pos;
+        } while (at(pos) == ' '); // which indents
     }
     return pos;
 }

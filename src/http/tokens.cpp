@@ -12,19 +12,14 @@ static_assert(sizeof(jsonrpc_token_t) == 16 && sizeof(jsonrpc_parser_t) == 12,
 
 namespace {
 
-bool ends_primitive(char character) {
-    switch (character) {
-    case ' ':
-    case '\t':
-    case '\r':
-    case '\n':
-    case ',':
-    case ']':
-    case '}':
-        return true;
-    default:
-        return false;
-    }
+using rk::at;
+
+bool is_printable(const char *pos) {
+    return at(pos) >= ' ' && at(pos) <= '~';
+}
+
+bool ends_primitive(const char *pos) {
+    return at(pos) == ',' || at(pos) == '}' || at(pos) == ']' || rk::is_space(pos);
 }
 
 bool is_container(const jsonrpc_token_t &token) {
@@ -72,19 +67,19 @@ class OpenTokens {
     int32_t remembered_[kRoom];
 };
 
-// One call's work on a text and its tokens.
+// One call's work on a text and its tokens. The state is the parser's, in registers meanwhile.
 class Scanner {
   public:
-    Scanner(jsonrpc_parser_t &parser, const char *text, size_t len, jsonrpc_token_t *tokens,
-            unsigned count)
-        : parser_(parser), text_(text),
-          length_(static_cast<uint32_t>(std::min(len, size_t{INT_MAX}))), tokens_(tokens),
-          room_(count), found_(static_cast<int>(parser.next_token)), open_(tokens) {}
+    Scanner(const jsonrpc_parser_t &parser, const char *text, size_t len, jsonrpc_token_t *tokens,
+            unsigned count, OpenTokens &open)
+        : text_(text), pos_(text + parser.pos), end_(text + std::min(len, size_t{INT_MAX})),
+          tokens_(tokens), next_(parser.next_token), room_(count), super_(parser.super),
+          found_(static_cast<int>(parser.next_token)), open_(open) {}
 
     int run() {
         find_open_tokens();
-        for (; !at_end(parser_.pos); ++parser_.pos) {
-            int error = step(text_[parser_.pos]);
+        for (; !at_end(pos_); ++pos_) {
+            int error = step();
             if (error != 0) {
                 return error;
             }
@@ -92,11 +87,43 @@ class Scanner {
         return open_.innermost() != -1 ? JSONRPC_ERROR_END : found_;
     }
 
-  private:
-    [[nodiscard]] bool at_end(uint32_t pos) const { return pos >= length_ || text_[pos] == '\0'; }
+    [[nodiscard]] jsonrpc_parser_t state() const {
+        return {static_cast<uint32_t>(pos_ - text_), next_, super_};
+    }
 
-    int step(char character) {
-        switch (character) {
+  private:
+    [[nodiscard]] bool at_end(const char *pos) const { return pos >= end_ || at(pos) == '\0'; }
+
+    [[nodiscard]] int32_t offset(const char *pos) const {
+        return static_cast<int32_t>(pos - text_);
+    }
+
+    // The more frequent first.
+    int step() {
+        switch (at(pos_)) {
+        case '"':
+            return scan_string();
+        case ',':
+            leave_key();
+            return 0;
+        case ':':
+            super_ = static_cast<int32_t>(next_) - 1;
+            return 0;
+        default:
+            return rk::is_space(pos_) ? skip_indent() : scan_other();
+        }
+    }
+
+    // To the last one of some spaces.
+    int skip_indent() {
+        while (end_ - pos_ > 1 && pos_[1] == ' ') {
+            ++pos_;
+        }
+        return 0;
+    }
+
+    int scan_other() {
+        switch (at(pos_)) {
         case '{':
             return open_container(JSONRPC_TOKEN_OBJECT);
         case '[':
@@ -105,19 +132,6 @@ class Scanner {
             return close_container(JSONRPC_TOKEN_OBJECT);
         case ']':
             return close_container(JSONRPC_TOKEN_ARRAY);
-        case '"':
-            return scan_string();
-        case ' ':
-        case '\t':
-        case '\r':
-        case '\n':
-            return 0;
-        case ':':
-            parser_.super = static_cast<int32_t>(parser_.next_token) - 1;
-            return 0;
-        case ',':
-            leave_key();
-            return 0;
         default:
             return scan_primitive();
         }
@@ -126,25 +140,25 @@ class Scanner {
     // Counts a token and, with an array, stores it; false when that is full.
     bool add(int type, int32_t start, int32_t end) {
         if (tokens_ != nullptr) {
-            if (parser_.next_token >= room_) {
+            if (next_ >= room_) {
                 return false;
             }
-            if (parser_.super != -1) {
-                ++tokens_[parser_.super].size;
+            if (super_ != -1) {
+                ++tokens_[super_].size;
             }
-            tokens_[parser_.next_token++] = {type, start, end, 0};
+            tokens_[next_++] = {type, start, end, 0};
         }
         ++found_;
         return true;
     }
 
     int open_container(int type) {
-        if (!add(type, static_cast<int32_t>(parser_.pos), -1)) {
+        if (!add(type, offset(pos_), -1)) {
             return JSONRPC_ERROR_TOKENS;
         }
         if (tokens_ != nullptr) {
-            parser_.super = static_cast<int32_t>(parser_.next_token) - 1;
-            open_.push(parser_.super);
+            super_ = static_cast<int32_t>(next_) - 1;
+            open_.push(super_);
         }
         return 0;
     }
@@ -157,43 +171,42 @@ class Scanner {
         if (open == -1 || tokens_[open].type != type) {
             return JSONRPC_ERROR_TEXT;
         }
-        tokens_[open].end = static_cast<int32_t>(parser_.pos) + 1;
+        tokens_[open].end = offset(pos_) + 1;
         open_.pop();
-        parser_.super = open_.innermost();
+        super_ = open_.innermost();
         return 0;
     }
 
     // Behind a member's value new tokens belong to the object again.
     void leave_key() {
-        if (tokens_ != nullptr && parser_.super != -1 && !is_container(tokens_[parser_.super])) {
+        if (tokens_ != nullptr && super_ != -1 && !is_container(tokens_[super_])) {
             int32_t open = open_.innermost();
-            parser_.super = open != -1 ? open : parser_.super;
+            super_ = open != -1 ? open : super_;
         }
     }
 
     int scan_string() {
-        const char *start = text_ + parser_.pos + 1;
-        const char *end = text_ + length_;
+        const char *start = pos_ + 1;
         for (const char *pos = start;; ++pos) {
-            pos = rk::skip_plain(pos, end);
-            if (pos == end || *pos == '\0') {
+            pos = rk::skip_plain(pos, end_);
+            if (at_end(pos)) {
                 return JSONRPC_ERROR_END;
             }
             if (*pos == '"') {
-                return add_string(start, pos);
+                return add_span(JSONRPC_TOKEN_STRING, start, pos, pos);
             }
-            if (pos + 1 != end && !skip_escape(pos)) {
+            if (pos + 1 != end_ && !skip_escape(pos)) {
                 return JSONRPC_ERROR_TEXT;
             }
         }
     }
 
-    int add_string(const char *start, const char *quote) {
-        auto end = static_cast<int32_t>(quote - text_);
-        if (!add(JSONRPC_TOKEN_STRING, static_cast<int32_t>(start - text_), end)) {
+    // A token from `start` to `end`; `last` is the last character of its text.
+    int add_span(int type, const char *start, const char *end, const char *last) {
+        if (!add(type, offset(start), offset(end))) {
             return JSONRPC_ERROR_TOKENS;
         }
-        parser_.pos = static_cast<uint32_t>(end);
+        pos_ = last;
         return 0;
     }
 
@@ -203,8 +216,7 @@ class Scanner {
         if (escaped != 'u') {
             return escaped != '\0' && std::strchr("\"/\\bfrnt", escaped) != nullptr;
         }
-        const char *end = text_ + length_;
-        for (int digits = 0; digits < 4 && pos + 1 != end && pos[1] != '\0'; ++digits) {
+        for (int digits = 0; digits < 4 && pos + 1 != end_ && pos[1] != '\0'; ++digits) {
             if (rk::hex_value(*++pos) < 0) {
                 return false;
             }
@@ -213,36 +225,33 @@ class Scanner {
     }
 
     int scan_primitive() {
-        uint32_t start = parser_.pos;
-        uint32_t pos = start;
-        for (; !at_end(pos) && !ends_primitive(text_[pos]); ++pos) {
-            if (text_[pos] < ' ' || text_[pos] > '~') {
+        const char *pos = pos_;
+        for (; !at_end(pos) && !ends_primitive(pos); ++pos) {
+            if (!is_printable(pos)) {
                 return JSONRPC_ERROR_TEXT;
             }
         }
-        if (!add(JSONRPC_TOKEN_PRIMITIVE, static_cast<int32_t>(start), static_cast<int32_t>(pos))) {
-            return JSONRPC_ERROR_TOKENS;
-        }
-        parser_.pos = pos - 1;
-        return 0;
+        return add_span(JSONRPC_TOKEN_PRIMITIVE, pos_, pos, pos - 1);
     }
 
     // Those that an earlier call on the same text left open.
     void find_open_tokens() {
-        for (uint32_t i = 0; tokens_ != nullptr && i < parser_.next_token; ++i) {
+        for (uint32_t i = 0; tokens_ != nullptr && i < next_; ++i) {
             if (is_open(tokens_[i])) {
                 open_.push(static_cast<int32_t>(i));
             }
         }
     }
 
-    jsonrpc_parser_t &parser_;
     const char *text_;
-    uint32_t length_;
+    const char *pos_;
+    const char *end_;
     jsonrpc_token_t *tokens_;
+    uint32_t next_; // the next free token
     unsigned room_;
+    int32_t super_;
     int found_;
-    OpenTokens open_;
+    OpenTokens &open_;
 };
 
 } // namespace
@@ -253,7 +262,14 @@ void jsonrpc_init(jsonrpc_parser_t *parser) {
 
 int jsonrpc_parse(jsonrpc_parser_t *parser, const char *text, size_t len, jsonrpc_token_t *tokens,
                   unsigned count) {
-    return Scanner(*parser, text, len, tokens, count).run();
+    if (tokens != nullptr && parser->next_token > count) {
+        return JSONRPC_ERROR_TOKENS; // fewer than an earlier call has filled
+    }
+    OpenTokens open(tokens);
+    Scanner scanner(*parser, text, len, tokens, count, open);
+    int result = scanner.run();
+    *parser = scanner.state();
+    return result;
 }
 
 int jsonrpc_strncmp(const char *text, const jsonrpc_token_t *token, const char *key) {
