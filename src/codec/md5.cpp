@@ -16,6 +16,8 @@ constexpr size_t kWords = 16;        // of a block
 constexpr size_t kLengthOffset = 56; // in the last block
 constexpr int kDigestSize = 16;
 
+using Block = rk::AlignedBlock<kBlockSize>;
+
 static_assert(offsetof(md5_ctx_t, abcd) == 8 && offsetof(md5_ctx_t, buf) == 24 &&
                   sizeof(md5_ctx_t) == 88,
               "host programs own contexts");
@@ -36,6 +38,10 @@ constexpr uint32_t kConstants[64] = {
 
 // How far the sum of each step turns, by round and by step within four.
 constexpr int kTurns[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
+
+// Larger processors work on several instructions at once and wait for the longest chain of them; the
+// router's takes one after the other.
+constexpr bool kManyUnits = sizeof(void *) == 8;
 
 // Which word of the block a step takes, by round.
 constexpr size_t word_of(size_t step) {
@@ -63,17 +69,20 @@ struct Chain {
 
     // One of the 64 steps. The variables stay where they are; their roles move on by one instead.
     template <size_t Step>
-    [[gnu::always_inline]] void step(const uint8_t *block) {
+    [[gnu::always_inline]] void step(const Block &block) {
         uint32_t &a = var<(0 - Step) % 4>();
         const uint32_t b = var<(1 - Step) % 4>();
         const uint32_t c = var<(2 - Step) % 4>();
         const uint32_t d = var<(3 - Step) % 4>();
-        a += rk::load_le32(block + 4 * word_of(Step)) + kConstants[Step];
+        a += rk::load_le32(block.word(word_of(Step))) + kConstants[Step];
         if constexpr (Step < 16) {
             a += d ^ (b & (c ^ d));
         } else if constexpr (Step < 32) {
-            a += c & ~d; // has no bit in common with the other half, which alone waits for b
-            a += b & d;
+            if constexpr (kManyUnits) {
+                a += c & ~d; // has no bit in common with the other half, which alone waits for b
+                a += b & d;
+            } else
+                a += c ^ (d & (b ^ c));
         } else if constexpr (Step < 48) {
             a += b ^ (c ^ d);
         } else {
@@ -83,14 +92,15 @@ struct Chain {
     }
 
     template <size_t... Step>
-    [[gnu::always_inline]] void steps(const uint8_t *block, std::index_sequence<Step...>) {
+    [[gnu::always_inline]] void steps(const Block &block, std::index_sequence<Step...>) {
         (step<Step>(block), ...);
     }
 };
 
-void compress(uint32_t (&state)[4], const uint8_t *block, size_t blocks) {
+void compress(uint32_t (&state)[4], const uint8_t *data, size_t blocks) {
     Chain sum = {state[0], state[1], state[2], state[3]};
-    for (; blocks != 0; --blocks, block += kBlockSize) {
+    for (; blocks != 0; --blocks, data += kBlockSize) {
+        Block block(data);
         Chain now = sum;
         now.steps(block, std::make_index_sequence<64>());
         sum = {sum.v0 + now.v0, sum.v1 + now.v1, sum.v2 + now.v2, sum.v3 + now.v3};

@@ -14,7 +14,8 @@ constexpr size_t kBlockSize = 64;
 constexpr size_t kWords = 16; // of a block
 constexpr size_t kRounds = 64;
 constexpr size_t kLengthOffset = 56; // in the last block
-constexpr uint32_t kBlockBits = 8 * kBlockSize;
+
+using Block = rk::AlignedBlock<kBlockSize>;
 
 static_assert(offsetof(sha256_ctx_t, state) == 64 && offsetof(sha256_ctx_t, data_length) == 104 &&
                   sizeof(sha256_ctx_t) == 108,
@@ -57,6 +58,7 @@ inline uint32_t small_sigma1(uint32_t x) {
 struct Compression {
     uint32_t words[kWords];
     uint32_t vars[8];
+    uint32_t differed; // where b and c do, which were a and b a round before
 
     template <size_t I>
     [[gnu::always_inline]] uint32_t &var(size_t role) {
@@ -72,16 +74,18 @@ struct Compression {
 
     template <size_t I>
     [[gnu::always_inline]] void round(uint32_t constant) {
-        uint32_t a = var<I>(0), b = var<I>(1), c = var<I>(2);
+        uint32_t a = var<I>(0), b = var<I>(1);
         uint32_t e = var<I>(4), f = var<I>(5), g = var<I>(6);
         uint32_t sum = var<I>(7) + constant + words[I] + big_sigma1(e) + (g ^ (e & (f ^ g)));
         var<I>(3) += sum;
-        var<I>(7) = sum + big_sigma0(a) + ((a & b) + (c & (a ^ b)));
+        uint32_t differ = a ^ b;
+        var<I>(7) = sum + big_sigma0(a) + (b ^ (differ & differed));
+        differed = differ;
     }
 
     template <size_t... I>
-    [[gnu::always_inline]] void first_rounds(std::index_sequence<I...>) {
-        (round<I>(kConstants[I]), ...);
+    [[gnu::always_inline]] void first_rounds(const Block &block, std::index_sequence<I...>) {
+        ((words[I] = rk::load_be32(block.word(I)), round<I>(kConstants[I])), ...);
     }
 
     template <size_t... I>
@@ -90,25 +94,33 @@ struct Compression {
     }
 };
 
-void compress(uint32_t (&state)[8], const uint8_t *block) {
+void compress(uint32_t (&state)[8], const uint8_t *data, size_t blocks) {
     constexpr auto kSixteen = std::make_index_sequence<kWords>();
-    Compression now;
-    for (size_t i = 0; i < kWords; ++i) {
-        now.words[i] = rk::load_be32(block + 4 * i);
-    }
-    std::copy_n(state, 8, now.vars);
-    now.first_rounds(kSixteen);
-    for (size_t i = kWords; i < kRounds; i += kWords) {
-        now.next_rounds(kConstants + i, kSixteen);
-    }
-    for (size_t i = 0; i < 8; ++i) {
-        state[i] += now.vars[i];
+    for (; blocks != 0; --blocks, data += kBlockSize) {
+        Block block(data);
+        Compression now;
+#pragma GCC unroll 8
+        for (size_t i = 0; i < 8; ++i) {
+            now.vars[i] = state[i];
+        }
+        now.differed = now.vars[1] ^ now.vars[2];
+        now.first_rounds(block, kSixteen);
+        for (size_t i = kWords; i < kRounds; i += kWords) {
+            now.next_rounds(kConstants + i, kSixteen);
+        }
+#pragma GCC unroll 8
+        for (size_t i = 0; i < 8; ++i) {
+            state[i] += now.vars[i];
+        }
     }
 }
 
-void add_bits(sha256_ctx_t &context, uint32_t bits) {
-    context.bit_count_low += bits;
-    context.bit_count_high += context.bit_count_low < bits ? 1 : 0;
+void add_bytes(sha256_ctx_t &context, size_t count) {
+    uint64_t bits = uint64_t{count} * 8;
+    auto low = static_cast<uint32_t>(bits);
+    context.bit_count_low += low;
+    context.bit_count_high +=
+        static_cast<uint32_t>(bits >> 32) + (context.bit_count_low < low ? 1 : 0);
 }
 
 } // namespace
@@ -137,15 +149,14 @@ void sha256_hash(sha256_ctx_t *context, const void *data, size_t count) {
         if (context->data_length < kBlockSize) {
             return;
         }
-        compress(context->state, context->data);
-        add_bits(*context, kBlockBits);
+        compress(context->state, context->data, 1);
+        add_bytes(*context, kBlockSize);
     }
-    for (; count >= kBlockSize; bytes += kBlockSize, count -= kBlockSize) {
-        compress(context->state, bytes);
-        add_bits(*context, kBlockBits);
-    }
-    std::memcpy(context->data, bytes, count);
-    context->data_length = static_cast<uint32_t>(count);
+    size_t rest = count % kBlockSize;
+    compress(context->state, bytes, count / kBlockSize);
+    add_bytes(*context, count - rest);
+    std::memcpy(context->data, bytes + (count - rest), rest);
+    context->data_length = static_cast<uint32_t>(rest);
 }
 
 void sha256_done(sha256_ctx_t *context, void *digest) {
@@ -153,17 +164,17 @@ void sha256_done(sha256_ctx_t *context, void *digest) {
         return;
     }
     size_t held = context->data_length;
-    add_bits(*context, static_cast<uint32_t>(8 * held));
+    add_bytes(*context, held);
     context->data[held++] = 0x80;
     if (held > kLengthOffset) {
         std::memset(context->data + held, 0, kBlockSize - held);
-        compress(context->state, context->data);
+        compress(context->state, context->data, 1);
         held = 0;
     }
     std::memset(context->data + held, 0, kLengthOffset - held);
     rk::store_be32(context->data + kLengthOffset, context->bit_count_high);
     rk::store_be32(context->data + kLengthOffset + 4, context->bit_count_low);
-    compress(context->state, context->data);
+    compress(context->state, context->data, 1);
     if (digest != nullptr) {
         for (size_t i = 0; i < 8; ++i) {
             rk::store_be32(static_cast<uint8_t *>(digest) + 4 * i, context->state[i]);

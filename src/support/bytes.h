@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 namespace rk {
 
@@ -48,6 +49,29 @@ inline void store_le32(uint8_t *bytes, uint32_t value) {
     value = kBigEndian ? __builtin_bswap32(value) : value;
     std::memcpy(bytes, &value, sizeof value);
 }
+
+// A block of 32-bit words that lies at their alignment, so that each is one load on any processor:
+// where it is, or in a copy.
+template <size_t Size>
+class AlignedBlock {
+  public:
+    explicit AlignedBlock(const uint8_t *bytes) : bytes_(bytes) {
+        if (reinterpret_cast<uintptr_t>(bytes) % alignof(uint32_t) != 0) {
+            std::memcpy(copy_, bytes, Size);
+            bytes_ = copy_;
+        }
+    }
+    AlignedBlock(const AlignedBlock &) = delete;
+    AlignedBlock &operator=(const AlignedBlock &) = delete;
+
+    [[nodiscard]] const uint8_t *word(size_t index) const {
+        return std::assume_aligned<alignof(uint32_t)>(bytes_ + index * sizeof(uint32_t));
+    }
+
+  private:
+    const uint8_t *bytes_;
+    alignas(uint32_t) uint8_t copy_[Size];
+};
 
 // Walks a received message. A read past the end fails, and everything after it fails too, so a
 // record can be read field by field and judged once.
