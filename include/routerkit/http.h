@@ -43,11 +43,11 @@ ROUTERKIT_API int http_get(const char *url, char *buf, size_t size, char *cookie
 /* A POST request. To be cleared before it is filled in. */
 typedef struct {
     const char *host;   /* a name or dotted address */
-    const char *path;   /* the request's target; "" stands for "/" */
+    const char *path;   /* the request's target, sent as it stands */
     const char *body;   /* sent up to its NUL, as a form */
     int32_t body_size;  /* room in body; not used */
     char *reply;        /* receives the raw reply */
-    int32_t reply_size; /* its room in bytes, at least 2 */
+    int32_t reply_size; /* its room in bytes, NUL included, at least 1 */
     int32_t status;     /* out: the reply's status, or -1 */
     char *reply_body; /* out: where the body starts in reply, null without a header's end; untouched
                          without a valid status line */

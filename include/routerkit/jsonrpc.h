@@ -81,7 +81,8 @@ ROUTERKIT_API int http_post_rpc(const char *host, const char *method, const char
  *   reply     `len` bytes, and room for one more; its status line and header are cut by NULs
  *   body      room for `len` bytes; no NUL is written
  *   body_len  receives the number of bytes
- * Returns the status; -1 (outputs untouched) without a valid status line or a header's end. */
+ * Returns the status; -1 (body and body_len untouched) without a valid status line or a header's
+ * end. */
 ROUTERKIT_API int get_json_rpc(char *reply, size_t len, char *body, size_t *body_len);
 
 ROUTERKIT_END_DECLS

@@ -82,22 +82,15 @@ ssize_t receive_once(int fd, char *buffer, size_t room, int limit) {
     return retry_eintr([&] { return ::recv(fd, buffer, room, 0); });
 }
 
-void append_target(TextWriter &request, const char *path) {
-    if (std::strchr("?#", *path) != nullptr) { // or nothing at all
-        request.append("/");
-    }
-    request.append(std::string_view(path, std::strcspn(path, "#")));
-}
-
 bool write_post(PostRequest &request, const char *host, const char *path, const char *body) {
     if (has_line_end(host) || has_line_end(path)) {
         errno = EINVAL;
         return false;
     }
     std::string_view content(body);
-    request.append("POST ");
-    append_target(request, path);
-    request.append(" HTTP/1.1\r\nHost: ")
+    request.append("POST ")
+        .append(path)
+        .append(" HTTP/1.1\r\nHost: ")
         .append(host)
         .append("\r\nContent-type: application/x-www-form-urlencoded\r\nContent-length: ")
         .append_decimal(static_cast<long>(content.size()))

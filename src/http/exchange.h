@@ -27,9 +27,6 @@ inline bool has_line_end(const char *text) {
     return text[std::strcspn(text, "\r\n")] != '\0';
 }
 
-// What stands in the request line for a URL's path and query, without a fragment.
-void append_target(TextWriter &request, const char *path);
-
 // For requests, batches of calls and raw replies, a NUL included in the texts.
 constexpr size_t kPostRoom = 65535;
 using PostRequest = TextBuffer<kPostRoom>;

@@ -86,6 +86,14 @@ struct Body {
     size_t room;
 };
 
+// What stands in the request line for a URL's path and query, without the fragment.
+void append_target(GetRequest &request, const char *path) {
+    if (std::strchr("?#", *path) != nullptr) { // or nothing at all
+        request.append("/");
+    }
+    request.append(std::string_view(path, std::strcspn(path, "#")));
+}
+
 bool write_get(GetRequest &request, const Server &server, const char *url, const char *cookie) {
     const char *path = url_getpath(url);
     bool has_cookie = cookie != nullptr && *cookie != '\0';
@@ -95,7 +103,7 @@ bool write_get(GetRequest &request, const Server &server, const char *url, const
         return false;
     }
     request.append("GET ");
-    rk::append_target(request, path);
+    append_target(request, path);
     request.append(" HTTP/1.1\r\nHost: ")
         .append(server.host)
         .append("\r\nAccept: */*\r\nAccept-Encoding: identity\r\nConnection: close\r\n");

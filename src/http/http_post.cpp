@@ -34,7 +34,7 @@ ssize_t post(const char *host, const char *path, const char *body, char *reply, 
 int http_post(http_post_t *post_record) {
     http_post_t &record = *post_record;
     record.status = -1;
-    if (record.reply_size < 2) {
+    if (record.reply_size < 1) {
         return fail(EINVAL);
     }
     ssize_t count = post(record.host, record.path, record.body, record.reply,

@@ -71,17 +71,19 @@ bool same_name(std::string_view left, std::string_view right) {
            ::strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
 
-// The size that a chunk's line starts with; none without a digit or above 32 bits.
+// The size that a chunk's line starts with, 0 without a digit; none above 32 bits.
 std::optional<uint32_t> chunk_size(std::string_view line) {
     uint64_t size = 0;
-    size_t digits = 0;
-    for (; digits < line.size() && hex_value(line[digits]) >= 0; ++digits) {
-        size = size * 16 + static_cast<uint64_t>(hex_value(line[digits]));
+    for (char digit : line) {
+        if (hex_value(digit) < 0) {
+            break;
+        }
+        size = size * 16 + static_cast<uint64_t>(hex_value(digit));
         if (size > UINT32_MAX) {
             return std::nullopt;
         }
     }
-    return digits != 0 ? std::optional(static_cast<uint32_t>(size)) : std::nullopt;
+    return static_cast<uint32_t>(size);
 }
 
 } // namespace

@@ -178,10 +178,12 @@ int get_json_rpc(char *reply, size_t len, char *body, size_t *body_len) {
     char *end = reply + len;
     *end = '\0';
     rk::ReplyShape shape = rk::look_at_reply(reply, end);
+    if (shape.line_end != nullptr) {
+        *shape.line_end = '\0';
+    }
     if (shape.status < 0 || shape.blank == nullptr) {
         return fail(EPROTO);
     }
-    *shape.line_end = '\0';
     *shape.blank = '\0';
     const char *start = shape.blank + 4;
     *body_len = static_cast<size_t>(end - start);

@@ -33,8 +33,9 @@ TEST(HttpPost, SendsTheRequestWithinTheConnectTimeout) {
         return "HTTP/1.1 200 OK\r\nA: b\r\n\r\n\r\nan answer";
     });
     Post post("a=b\r\nc&%20");
+    post.path = "form?#"; // goes out as it is
     EXPECT_NEAR(lab::elapsed_ms([&] { EXPECT_EQ(post.run(), 0); }), 205, 20);
-    EXPECT_EQ(server.take_request(), "POST /form HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+    EXPECT_EQ(server.take_request(), "POST form?# HTTP/1.1\r\nHost: 127.0.0.1\r\n"
                                      "Content-type: application/x-www-form-urlencoded\r\n"
                                      "Content-length: 10\r\n\r\na=b\r\nc&%20");
     EXPECT_EQ(post.status, 200);
@@ -54,7 +55,7 @@ TEST(HttpPost, JudgesReplies) {
           Case{"HTTP/1.0 404\r\n\r\nmuch", 19, 404, "mu"},
           Case{"HTTP/1.0 404\r\n\r\nmuch", 17, 404, ""},
           Case{"HTTP/1.0 404\r\n\r\nmuch", 16, 404, nullptr},
-          Case{"HTTP/1.1 200 OK", 99, -1, nullptr},
+          Case{"HTTP/1.1 200 OK", 99, -1, nullptr}, Case{"HTTP/1.1 200 OK", 1, -1, nullptr},
           Case{"HTTP/1.2 200 OK\r\n\r\nx", 99, -1, nullptr}, Case{"", 2, -1, nullptr}}) {
         for (char *before : {static_cast<char *>(nullptr), by_caller}) {
             WebServer server = eager(one.reply);
@@ -81,7 +82,7 @@ TEST(HttpPost, SendsAllOrNothing) {
         EXPECT_THAT(host.run(), FailsWith(-1, EINVAL));
         EXPECT_EQ(host.status, -1);
     }
-    for (int32_t size : {1, 0, -5}) {
+    for (int32_t size : {0, -5}) {
         Post post;
         post.reply_size = size;
         EXPECT_THAT(post.run(), FailsWith(-1, EINVAL));

@@ -45,7 +45,9 @@ TEST(Unchunk, DecodesOrRefuses) {
              {"0001\r\na\r\n0\r\nTrailer: x", "a"},
              {"1\r\na\r\n", "a"}, // broken off between two chunks
              {"4\r\n\r\n\r\n\r\n0\r\n\n", "\r\n\r\n"},
-             {"0\r\n\r", ""}}) {
+             {"0\r\n\r", ""},
+             {"1\r\na\r\nno digit\r\nb", "a"}, // a size of 0
+             {"-1\r\na\r\n0\r\n\r\n", ""}}) {
         Fenced body(sent);
         EXPECT_EQ(rk::unchunk(body.data(), body.size()), static_cast<int>(wanted.size())) << sent;
         EXPECT_EQ(std::string(body.data(), wanted.size()), wanted);
@@ -54,7 +56,7 @@ TEST(Unchunk, DecodesOrRefuses) {
          {"", "0\r\n", "1\r\na\r\n0\r\n", "4", "4\r\n", "4\r\nWik", "4\r\nWiki", "4\r\nWiki\r",
           "4\r\nWikipedia\r\n0\r\n\r\n", "5\r\nWiki\r\n0\r\n\r\n", "7fffffff\r\na\r\n",
           "ffffffff\r\na\r\n", "fffffffe\r\na\r\n", "100000001\r\na\r\n0\r\n\r\n",
-          "10000000000000000001\r\na\r\n0\r\n\r\n", "-1\r\na\r\n0\r\n\r\n", "x\r\n\r\n"}) {
+          "10000000000000000001\r\na\r\n0\r\n\r\n", "x\r\n"}) {
         Fenced body(bad);
         EXPECT_THAT(rk::unchunk(body.data(), body.size()), FailsWith(-1, EPROTO)) << bad;
     }
@@ -103,6 +105,7 @@ TEST(RawReply, IsSplitInPlace) {
         size_t length = 0;
         EXPECT_EQ(get_json_rpc(raw.data(), one.reply.size(), copy.data(), &length),
                   one.raw != nullptr ? one.status : -1);
+        EXPECT_EQ(std::string(raw.data()), one.reply.substr(0, one.reply.find("\r\n")));
         EXPECT_EQ(copy.substr(0, length), one.raw != nullptr ? one.raw : "");
     }
 }

@@ -68,13 +68,16 @@ TEST(Tokens, Documents) {
     EXPECT_EQ(scan(std::string("[1,\0 2]", 7)), "-3@3") << "a NUL ends the text";
 }
 
-TEST(Tokens, AFullArrayCanBeEnlargedOnTheWay) {
+TEST(Tokens, AFullArrayCanBeEnlargedButNotReducedOnTheWay) {
     const std::string text = R"({"a":1,"b":[true,"x"],"c":{"d":2}})";
     for (unsigned count = 0; count < 11; ++count) {
         jsonrpc_parser_t parser;
         jsonrpc_init(&parser);
         jsonrpc_token_t tokens[kRoom];
         ASSERT_EQ(jsonrpc_parse(&parser, text.data(), text.size(), tokens, count), -1) << count;
+        lab::Fenced fewer(std::string(count / 2 * sizeof *tokens, '\0'));
+        auto *reduced = reinterpret_cast<jsonrpc_token_t *>(fewer.data());
+        EXPECT_EQ(jsonrpc_parse(&parser, text.data(), text.size(), reduced, count / 2), -1);
         EXPECT_EQ(jsonrpc_parse(&parser, text.data(), text.size(), tokens, kRoom), 11) << count;
         EXPECT_EQ(tokens[0].size, 3);
         EXPECT_EQ(tokens[0].end, static_cast<int>(text.size()));
