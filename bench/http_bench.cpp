@@ -1,8 +1,9 @@
-// http_get against libcurl and against the bare system calls, all asking the same nginx on the
-// loopback.
+// http_get against libcurl, and all of the HTTP calls against the bare system calls; they ask the
+// same nginx on the loopback.
 #include <routerkit/clocks.h>
 #include <routerkit/files.h>
 #include <routerkit/http.h>
+#include <routerkit/jsonrpc.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -53,29 +54,64 @@ void get_with_curl(const char *url) {
     ::curl_easy_cleanup(handle);
 }
 
-// Everything known beforehand: the address, the request, and that a header comes first.
-void get_with_bare_calls() {
-    constexpr std::string_view kRequest =
-        "GET /page HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\nAccept-Encoding: identity\r\n"
-        "Connection: close\r\n\r\n";
-    sockaddr_in server = {AF_INET, htons(8080), {htonl(INADDR_LOOPBACK)}, {}};
+// Everything known beforehand: the address, the request, that a header comes first, and whether the
+// reply goes on to the connection's end or comes with one read.
+void exchange_with_bare_calls(uint16_t port, std::string_view request, unsigned wait_ms,
+                              bool to_the_end) {
+    sockaddr_in server = {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(fd, reinterpret_cast<sockaddr *>(&server), sizeof server) != 0 ||
-        ::send(fd, kRequest.data(), kRequest.size(), 0) < 0) {
+    if (::connect(fd, reinterpret_cast<sockaddr *>(&server), sizeof server) != 0) {
         bench::give_up("connect");
     }
+    if (wait_ms != 0) {
+        safe_msleep(wait_ms);
+    }
+    if (::send(fd, request.data(), request.size(), 0) < 0) {
+        bench::give_up("send");
+    }
     size_t held = 0;
-    for (ssize_t count = 1; count > 0; held += static_cast<size_t>(count)) {
+    ssize_t count = 0;
+    do {
         count = ::read(fd, body + held, sizeof body - held);
         if (count < 0) {
             bench::give_up("read");
         }
-    }
+        held += static_cast<size_t>(count);
+    } while (to_the_end && count > 0);
     ::close(fd);
     body[held] = '\0';
     const char *start = std::strstr(body, "\r\n\r\n") + 4;
     body_length = static_cast<size_t>(body + held - start);
     std::memmove(body, start, body_length);
+}
+
+void get_with_bare_calls() {
+    exchange_with_bare_calls(8080,
+                             "GET /page HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n"
+                             "Accept-Encoding: identity\r\nConnection: close\r\n\r\n",
+                             0, true);
+}
+
+// With the fixed time that the connect helper gives a new connection.
+void post_with_bare_calls() {
+    exchange_with_bare_calls(
+        80,
+        "POST /rpcform/jsonrpc HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-type: "
+        "application/x-www-form-urlencoded\r\nContent-length: 57\r\n\r\n"
+        "[{\"jsonrpc\":\"2.0\",\"id\":\"0\",\"method\":\"m\",\"params\":[]}]\r\n",
+        200, false);
+}
+
+void call() {
+    jsonrpc_req_t request = {"m", "[]", 0, nullptr, nullptr};
+    char reply[4096];
+    if (jsonrpc_call("127.0.0.1", &request, 1, reply, sizeof reply) != 200) {
+        bench::give_up("jsonrpc_call");
+    }
+    // Behind the status line, which was cut by a NUL.
+    const char *start = std::strstr(reply + std::strlen(reply) + 1, "\r\n\r\n") + 4;
+    body_length = std::strlen(start);
+    std::memcpy(body, start, body_length);
 }
 
 void start_nginx() {
@@ -124,4 +160,8 @@ void bench::declare_rows() {
     bare.ours([](size_t) { get("http://127.0.0.1:8080/page"); }, answer);
     bare.peer(
         "connect, send, read", 1.05, [](size_t) { get_with_bare_calls(); }, answer);
+    Row rpc("jsonrpc_call, 200 ms and 2 at most", 1, Clock::kWall);
+    rpc.ours([](size_t) { call(); }, answer);
+    rpc.peer(
+        "connect, 200 ms, send...", 1.01, [](size_t) { post_with_bare_calls(); }, answer);
 }
