@@ -40,17 +40,18 @@ constexpr bool is_special(Word word) {
 // Leaps over the words of a long text, which are read at their own alignment only: none reaches
 // into the page behind a NUL.
 [[gnu::noinline]] inline const char *skip_long_plain(const char *pos, const char *end) {
-    constexpr auto kStep = static_cast<ptrdiff_t>(sizeof(Word));
-    for (;; ++pos) {
+    for (; pos < end; ++pos) {
         if (is_word_aligned(pos)) {
-            while (end - pos >= kStep && !is_special(load_aligned_word(pos))) {
-                pos += kStep;
+            size_t words = static_cast<size_t>(end - pos) / sizeof(Word);
+            for (; words != 0 && !is_special(load_aligned_word(pos)); --words) {
+                pos += sizeof(Word);
             }
         }
-        if (pos >= end || !is_plain(pos)) {
-            return pos;
+        if (pos == end || !is_plain(pos)) {
+            break;
         }
     }
+    return pos;
 }
 
 // The first quote, backslash or NUL from `pos` on, or `end`; `pos` itself when that lies beyond.
