@@ -74,7 +74,7 @@ constexpr bool kHasVectors = sizeof(void *) == 8 && !rk::kBigEndian;
 
 // May read one byte more than its twelve.
 void put_four_groups(char *out, const uint8_t *byte) {
-    if constexpr (kHasVectors) {
+    if (kHasVectors) {
         put_four_groups_as_vector(out, byte);
     } else {
         put_four_groups_as_words(out, byte);

@@ -77,12 +77,11 @@ struct Chain {
         a += rk::load_le32(block.word(word_of(Step))) + kConstants[Step];
         if constexpr (Step < 16) {
             a += d ^ (b & (c ^ d));
+        } else if constexpr (Step < 32 && kManyUnits) {
+            a += c & ~d; // has no bit in common with the other half, which alone waits for b
+            a += b & d;
         } else if constexpr (Step < 32) {
-            if constexpr (kManyUnits) {
-                a += c & ~d; // has no bit in common with the other half, which alone waits for b
-                a += b & d;
-            } else
-                a += c ^ (d & (b ^ c));
+            a += c ^ (d & (b ^ c));
         } else if constexpr (Step < 48) {
             a += b ^ (c ^ d);
         } else {

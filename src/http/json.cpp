@@ -145,7 +145,7 @@ inline char *parse_key(json_ctx_t *ctx, char *&pos, char *end) {
 // An object or array from its bracket on.
 char *parse_children(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
     bool object = at(pos) == '{';
-    unsigned closing = object ? '}' : ']';
+    char closing = object ? '}' : ']';
     int32_t count = 0;
     node->type = object ? JSON_OBJECT : JSON_ARRAY;
     node->count = 0;
@@ -172,7 +172,7 @@ char *parse_children(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
         }
         pos = skip_space(pos + 1);
     }
-    return at(pos) == closing ? pos + 1 : fail_at(ctx, JSON_ERROR_SYNTAX, pos);
+    return *pos == closing ? pos + 1 : fail_at(ctx, JSON_ERROR_SYNTAX, pos);
 }
 
 } // namespace
