@@ -242,8 +242,9 @@ json_node_t *json_getChildByKey(const json_node_t *node, const char *key) {
         return nullptr;
     }
     for (int i = 0; i < node->count; ++i) {
-        if (std::strcmp(node->value.children[i]->key, key) == 0) {
-            return node->value.children[i];
+        json_node_t *child = node->value.children[i];
+        if (*child->key == *key && std::strcmp(child->key, key) == 0) { // most differ at once
+            return child;
         }
     }
     return nullptr;
