@@ -189,11 +189,11 @@ class Scanner {
         const char *start = pos_ + 1;
         for (const char *pos = start;; ++pos) {
             pos = rk::skip_plain(pos, end_);
+            if (pos < end_ && *pos == '"') {
+                return add_span(JSONRPC_TOKEN_STRING, start, pos, pos);
+            }
             if (at_end(pos)) {
                 return JSONRPC_ERROR_END;
-            }
-            if (*pos == '"') {
-                return add_span(JSONRPC_TOKEN_STRING, start, pos, pos);
             }
             if (pos + 1 != end_ && !skip_escape(pos)) {
                 return JSONRPC_ERROR_TEXT;
