@@ -86,7 +86,7 @@ uint32_t sum_block(const uint8_t *bytes, size_t length) {
     Word low = 0;
     Word high = 0;
     for (size_t i = 0; i != length; i += sizeof(Word)) {
-        Word word = rk::load_word(bytes + i);
+        auto word = rk::load_native<Word>(bytes + i);
         low += word & kLowBytes;
         high += word >> 8 & kLowBytes;
     }

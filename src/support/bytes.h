@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
 namespace rk {
 
@@ -65,7 +64,8 @@ class AlignedBlock {
     AlignedBlock &operator=(const AlignedBlock &) = delete;
 
     [[nodiscard]] const uint8_t *word(size_t index) const {
-        return std::assume_aligned<alignof(uint32_t)>(bytes_ + index * sizeof(uint32_t));
+        const uint8_t *word = bytes_ + index * sizeof(uint32_t);
+        return static_cast<const uint8_t *>(__builtin_assume_aligned(word, alignof(uint32_t)));
     }
 
   private:

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 namespace rk {
 
@@ -21,7 +20,7 @@ inline bool is_word_aligned(const char *bytes) {
 // along with it, which the address sanitizer would take for a fault.
 [[gnu::no_sanitize_address]] inline Word load_aligned_word(const char *bytes) {
     Word word;
-    __builtin_memcpy(&word, std::assume_aligned<sizeof word>(bytes), sizeof word);
+    __builtin_memcpy(&word, __builtin_assume_aligned(bytes, sizeof word), sizeof word);
     return word;
 }
 

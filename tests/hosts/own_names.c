@@ -105,8 +105,7 @@ static void replies(void) {
     char text[] = "{\"a\": [\"b\", \"c\"]}";
     void *pool = malloc(1 << 20);
     void *root = THEIR(void *, json_parse, void *, char *, size_t)(pool, text, strlen(text));
-    check("json_parse",
-          THEIR(void *, json_getChildByKey, void *, const char *)(root, "a") != NULL);
+    check("json_parse", THEIR(void *, json_getChildByKey, void *, const char *)(root, "a") != NULL);
     free(pool);
 }
 

@@ -44,9 +44,9 @@ int resume(pid_t child, int signal) {
     return status;
 }
 
-} // namespace
-
-std::vector<long> system_calls(const std::function<void()> &function) {
+// Shows each system call of the function to `look`, which ends the child by saying false; whether it
+// came to its end.
+bool trace(const std::function<void()> &function, const std::function<bool(long)> &look) {
     pid_t child = ::fork();
     if (child == 0) {
         run_traced(function);
@@ -54,8 +54,6 @@ std::vector<long> system_calls(const std::function<void()> &function) {
     int status = 0;
     ::waitpid(child, &status, 0);
     ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-
-    std::vector<long> calls;
     int markers = 0;
     int signal = 0;
     while (WIFSTOPPED(status = resume(child, signal))) {
@@ -63,13 +61,27 @@ std::vector<long> system_calls(const std::function<void()> &function) {
         signal = at_call ? 0 : WSTOPSIG(status);
         long call = at_call ? entered_call(child) : -1;
         markers += call == kMarker ? 1 : 0;
-        if (markers == 1 && call >= 0 && call != kMarker) {
-            calls.push_back(call);
+        if (markers == 1 && call >= 0 && call != kMarker && !look(call)) {
+            ::kill(child, SIGKILL);
         }
     }
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS && markers == 2)
-        << "the traced child ended early, status " << status;
+    return WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS && markers == 2;
+}
+
+} // namespace
+
+std::vector<long> system_calls(const std::function<void()> &function) {
+    std::vector<long> calls;
+    EXPECT_TRUE(trace(function, [&](long call) {
+        calls.push_back(call);
+        return true;
+    })) << "the traced child ended early";
     return calls;
+}
+
+bool cut_off(size_t n, const std::function<void()> &function) {
+    size_t made = 0;
+    return !trace(function, [&](long) { return ++made != n; });
 }
 
 } // namespace lab

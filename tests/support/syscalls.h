@@ -22,4 +22,8 @@ constexpr long kStat = SYS_fstatat64;
 // up (a first clock reading, a first allocation) beforehand. Fails the test when the child dies.
 std::vector<long> system_calls(const std::function<void()> &function);
 
+// Runs a function in a child process that is killed when it is about to make its n-th system call,
+// counted from 1. False if it came to its end: it makes fewer.
+bool cut_off(size_t n, const std::function<void()> &function);
+
 } // namespace lab
