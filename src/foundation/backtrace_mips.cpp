@@ -111,12 +111,15 @@ bool step_to_caller(Position &at) {
         return false;
     }
     Dl_info place = {};
-    if (::dladdr(reinterpret_cast<const void *>(at.pc), &place) == 0) { // the kernel's own page
-        bool handled = in_signal_return(at.pc);
-        at = handled ? interrupted(at.sp) : at;
-        return handled;
+    ::dladdr(reinterpret_cast<const void *>(at.pc), &place);
+    if (in_signal_return(at.pc)) { // in the kernel's own page, which dladdr may know or not
+        at = interrupted(at.sp);
+        return true;
     }
     const void *symbol = place.dli_saddr != nullptr ? place.dli_saddr : place.dli_fbase;
+    if (symbol == nullptr) { // nowhere to stop
+        return false;
+    }
     uintptr_t first = reinterpret_cast<uintptr_t>(symbol) & ~uintptr_t{1};
     Prologue prologue = compact ? find_compact_prologue(at, first) : find_prologue(at, first);
     uintptr_t caller =
