@@ -2,6 +2,8 @@
 #include <routerkit/commands.h>
 
 #include <array>
+#include <bitset>
+#include <cctype>
 #include <csignal>
 #include <cstdlib>
 
@@ -18,18 +20,23 @@ using testing::HasSubstr;
 
 namespace {
 
+using Signals = std::bitset<128>; // MIPS has so many, other processors half of them
+
 // The sets of signals in /proc/<pid>/status: blocked, ignored, caught.
-std::array<uint64_t, 3> signal_sets(const std::string &status) {
-    std::array<uint64_t, 3> sets = {};
+std::array<Signals, 3> signal_sets(const std::string &status) {
+    std::array<Signals, 3> sets = {};
     for (size_t i = 0; i < 3; ++i) {
-        const char *names[] = {"SigBlk:", "SigIgn:", "SigCgt:"};
-        sets[i] = std::stoull(status.substr(status.find(names[i]) + 7), nullptr, 16);
+        const char *names[] = {"SigBlk:\t", "SigIgn:\t", "SigCgt:\t"};
+        size_t at = status.find(names[i]) + 8;
+        for (; std::isxdigit(status.at(at)) != 0; ++at) {
+            sets[i] = sets[i] << 4 | Signals(std::stoul(status.substr(at, 1), nullptr, 16));
+        }
     }
     return sets;
 }
 
-uint64_t bit(int number) {
-    return uint64_t{1} << (number - 1);
+Signals bit(int number) {
+    return Signals(1) << static_cast<size_t>(number - 1);
 }
 
 TEST(Spawn, SignalsAreThoseOfAForkAndExec) {
@@ -57,8 +64,8 @@ TEST(Spawn, SignalsAreThoseOfAForkAndExec) {
         auto [blocked, ignored, caught] = signal_sets(get(path));
         EXPECT_EQ(blocked, bit(SIGUSR2) | bit(SIGRTMAX));
         EXPECT_EQ(ignored & (bit(SIGHUP) | bit(SIGTERM) | bit(SIGPIPE)), bit(SIGHUP));
-        EXPECT_EQ((ignored & bit(SIGINT)) != 0, path == std::string("/tmp/bin"));
-        EXPECT_EQ(caught, 0U);
+        EXPECT_EQ((ignored & bit(SIGINT)).any(), path == std::string("/tmp/bin"));
+        EXPECT_EQ(caught, Signals());
     }
 }
 

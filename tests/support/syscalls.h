@@ -8,11 +8,16 @@
 
 namespace lab {
 
-// What stat() calls: the kernel's name for it depends on the width of a word.
+// What stat() and send() call: the kernels for different processors have different ones.
 #ifdef SYS_newfstatat
 constexpr long kStat = SYS_newfstatat;
 #else
-constexpr long kStat = SYS_fstatat64;
+constexpr long kStat = SYS_statx;
+#endif
+#ifdef SYS_send
+constexpr long kSend = SYS_send;
+#else
+constexpr long kSend = SYS_sendto;
 #endif
 
 // The numbers (SYS_read, ...) of the system calls that a function makes, in their order:

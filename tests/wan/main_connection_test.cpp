@@ -124,7 +124,7 @@ TEST_F(MainConnection, NoChangeMakesNoCallBeyondItsSteps) {
     // the active link.
     EXPECT_THAT(lab::system_calls([] { wan_updateDefaultConnection(); }),
                 ElementsAre(lab::kStat, lab::kStat, SYS_readlink, SYS_openat, SYS_read, SYS_close,
-                            SYS_sendto, SYS_readlink));
+                            lab::kSend, SYS_readlink));
 }
 
 TEST_F(MainConnection, RouteFollowsTheGateway) {
