@@ -21,6 +21,7 @@
 #include "support/lab.h"
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -33,11 +34,7 @@ namespace {
 
 constexpr int kAtMost = 5000; // ms from a fatal signal to the end
 
-#ifdef LAB_EMULATED
-constexpr int kSharedFolder = 0; // the emulator refuses it
-#else
-constexpr int kSharedFolder = CLONE_FS;
-#endif
+const int kSharedFolder = lab::emulated() ? 0 : CLONE_FS; // the emulator refuses it
 
 // A run of tests/hosts/crash_host.c, which has said that it is ready. Its folder is ours: where it
 // goes, we go.
@@ -132,13 +129,14 @@ TEST_F(CrashReport, NamesTheCrashAndItsPlace) {
     };
     const Case cases[] = {
         {"null", "debug: SIGSEGV(address not mapped to object): 0x10", "write_to_nowhere"},
-#ifndef LAB_EMULATED // it reports a trap
         {"divide", "debug: SIGFPE(integer divide by zero): 0x", "divide_by"},
-#endif
         {"abort", "debug: SIGIOT(tkill or tgkill): 0x", "give_up"},
         {"overflow", "debug: SIGSEGV(", "fall_down"},
     };
     for (const Case &one : cases) {
+        if (lab::emulated() && std::string_view(one.what) == "divide") {
+            continue; // it reports a trap
+        }
         SCOPED_TRACE(one.what);
         CrashHost host(one.what, "loud");
         EXPECT_THAT(host.status(), Aborted());
@@ -207,9 +205,13 @@ TEST_F(CrashReport, TheTerminalComesBack) {
     attributes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
     ::tcsetattr(slave, TCSANOW, &attributes);
     CrashHost host("wait", nullptr, slave);
+    auto line = [](std::string name) {
+        std::string start = "debug: " + name + "(Sent by the kernel): ";
+        return AnyOf(start + "(nil)", start + "0"); // as glibc and as musl write a null pointer
+    };
 
     EXPECT_EQ(::write(master, "\x1a", 1), 1); // Ctrl-Z
-    EXPECT_THAT(lines_from(host), ElementsAre("debug: SIGTSTP(Sent by the kernel): (nil)"));
+    EXPECT_THAT(lines_from(host), ElementsAre(line("SIGTSTP")));
     ::tcgetattr(slave, &attributes);
     EXPECT_EQ(attributes.c_lflag & (ICANON | ECHO | IEXTEN), 0U);
 
@@ -218,18 +220,20 @@ TEST_F(CrashReport, TheTerminalComesBack) {
     ::tcgetattr(slave, &attributes);
     EXPECT_EQ(attributes.c_lflag & (ICANON | ECHO | IEXTEN | ISIG),
               tcflag_t{ICANON | ECHO | IEXTEN | ISIG});
-    EXPECT_THAT(lab::take_log(), Contains("debug: SIGINT(Sent by the kernel): (nil)"));
+    EXPECT_THAT(lab::take_log(), Contains(line("SIGINT")));
     ::close(slave);
     ::close(master);
 }
 
-// The host logs, reads the clock or uses the heap all the time, and gets signals all the time.
+// The host logs, reads the clock or uses the heap all the time, and gets signals most of the time.
 TEST_F(CrashReport, AStormOfSignalsNeverHangsTheHost) {
     for (const char *what : {"log", "clocks", "blocks"}) {
         CrashHost host(what);
         std::vector<std::string> log;
+        // A slow machine would have no time for anything but the signals.
+        const auto calm = std::chrono::steady_clock::now() + std::chrono::seconds(2);
         auto finished = [&] {
-            for (int i = 0; i < 10; ++i) {
+            for (int i = 0; i < 10 && std::chrono::steady_clock::now() < calm; ++i) {
                 host.send(SIGUSR1);
                 host.send(SIGUSR2);
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -239,7 +243,7 @@ TEST_F(CrashReport, AStormOfSignalsNeverHangsTheHost) {
             log.insert(log.end(), more.begin(), more.end());
             return !runs;
         };
-        EXPECT_TRUE(lab::wait_until(finished, 10000)) << what;
+        EXPECT_TRUE(lab::wait_until(finished, 20000)) << what;
         EXPECT_THAT(log, Contains("notice: still here")) << what << ": its own log works";
     }
 }

@@ -34,7 +34,7 @@ int length;
 
 // A service: "double" of {"n":...}, anything else is an unknown method; answers in reverse order.
 std::string serve(const std::string &request) {
-    const std::regex call(
+    static const std::regex call(
         R"re(\{"jsonrpc":"2.0","id":("?\d+"?),"method":"(\w+)","params":(?:\{"n":(\d+))?)re");
     std::string answers = "]\r\n";
     for (std::sregex_iterator one(request.begin(), request.end(), call), end; one != end; ++one) {

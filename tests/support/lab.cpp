@@ -139,6 +139,10 @@ Printed printed(const std::function<void()> &call) {
     return {get("/tmp/printed.1"), get("/tmp/printed.2")};
 }
 
+bool emulated() {
+    return std::getenv("LAB_EMULATED") != nullptr;
+}
+
 int in_child(const std::function<int()> &function) {
     pid_t pid = ::fork();
     if (pid == 0) {

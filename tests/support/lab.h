@@ -80,6 +80,9 @@ MATCHER_P2(FailsWith, result, error, "") {
     return arg == result && seen == error;
 }
 
+// True under qemu-user, which runs a program of another processor on this one's kernel.
+bool emulated();
+
 // --- Bad moments ---
 
 // Interrupts the process every few milliseconds while it lives (SIGALRM, calls are not restarted).
