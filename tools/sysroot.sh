@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Unpacks the router's C library and kernel headers from Debian's packages for mipsel:
-#     sysroot.sh FOLDER
+# Unpacks Debian's packages for mipsel, by default the router's C library and kernel headers:
+#     sysroot.sh FOLDER [PACKAGE...]
 set -euo pipefail
-packages=(musl musl-dev linux-libc-dev)
 folder=$1
-[[ -e $folder/complete ]] && exit
+packages=("${@:2}")
+[[ ${#packages[@]} -eq 0 ]] && packages=(musl musl-dev linux-libc-dev)
+[[ -e $folder/complete && $(<"$folder/complete") == "${packages[*]}" ]] && exit
 
 if ! dpkg --print-foreign-architectures | grep -qx mipsel; then
     if [[ $(id -u) -ne 0 ]]; then
@@ -22,4 +23,4 @@ for package in "$folder"/packages/*.deb; do
     dpkg-deb -x "$package" "$folder"
 done
 rm -r "$folder/packages"
-touch "$folder/complete"
+echo "${packages[*]}" >"$folder/complete"
