@@ -18,7 +18,8 @@ if ! dpkg --print-foreign-architectures | grep -qx mipsel; then
 fi
 rm -rf "$folder"
 mkdir -p "$folder/packages"
-(cd "$folder/packages" && apt-get download -qq "${packages[@]/%/:mipsel}" 2>/dev/null)
+(cd "$folder/packages" && apt-get download -qq -o APT::Sandbox::User=root \
+    "${packages[@]/%/:mipsel}")
 for package in "$folder"/packages/*.deb; do
     dpkg-deb -x "$package" "$folder"
 done

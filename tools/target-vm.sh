@@ -24,10 +24,11 @@ modules=(block2mtd bridge crc32c_generic iptable_filter iptable_nat loop nandsim
     xt_tcpudp)
 
 unpack_packages() {
+    tools/sysroot.sh build/vm/debian "${packages[@]}"
+    [[ -e $kernel/complete ]] && return
     local package
     package=$(apt-cache depends linux-image-4kc-malta:mipsel | awk '/Depends:/ {print $2; exit}')
     tools/sysroot.sh "$kernel" "${package%:*}"
-    tools/sysroot.sh build/vm/debian "${packages[@]}"
 }
 
 add_programs() {
