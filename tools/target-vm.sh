@@ -70,7 +70,7 @@ add_tests() {
     cp tests/http/nginx.conf "$root$PWD/tests/http"
     ln -s "$build" "$root/build"
     cp tests/vm/init "$root"
-    cp tests/vm/run.sh "$root/tests"
+    cp tests/vm/{left-out.txt,run.sh} "$root/tests"
     echo "$wanted" >"$root/tests/wanted"
 }
 
