@@ -74,14 +74,15 @@ TEST(PowerCut, ALogLosesTheNewEntryAtMost) {
             write(text);
         }
     };
-    States found = states_after_cuts(full, [&] { write("four"); },
-                                     [&] {
-                                         std::string log = get(kLog);
-                                         EXPECT_EQ(log.size(), 3 * kSize);
-                                         write("five");
-                                         EXPECT_EQ(get(kLog).size(), 3 * kSize);
-                                         return log.find("four") != log.npos ? "new" : "old";
-                                     });
+    States found = states_after_cuts(
+        full, [&] { write("four"); },
+        [&] {
+            std::string log = get(kLog);
+            EXPECT_EQ(log.size(), 3 * kSize);
+            write("five");
+            EXPECT_EQ(get(kLog).size(), 3 * kSize);
+            return log.find("four") != log.npos ? "new" : "old";
+        });
     EXPECT_EQ(found, (States{"new", "old"}));
 }
 
@@ -97,11 +98,11 @@ TEST(PowerCut, ACounterOrARouteFileIsOldNewOrEmpty) {
     constexpr wan_route_t kNew[] = {{0x0a000000, 0xff000000, 0xc0a80101},
                                     {0xac100000, 0xfff00000, 0xc0a80102}};
     wan_route_t read[4];
-    EXPECT_EQ(states_after_cuts(
-                  [] { put(kRoutes, "10.9.0.0/16-192.168.1.1\n"); },
-                  [&] { wan_writeRoutes(1, kNew, 2); },
-                  [&] { return std::to_string(wan_readRoutes(1, read, 4)) + " routes"; }),
-              (States{"0 routes", "1 routes", "2 routes"}));
+    EXPECT_EQ(
+        states_after_cuts([] { put(kRoutes, "10.9.0.0/16-192.168.1.1\n"); },
+                          [&] { wan_writeRoutes(1, kNew, 2); },
+                          [&] { return std::to_string(wan_readRoutes(1, read, 4)) + " routes"; }),
+        (States{"0 routes", "1 routes", "2 routes"}));
 }
 
 // The folder of a connection on a disk with room for so many blocks of 4 KB.

@@ -178,9 +178,11 @@ TEST(Logs, DhcpEventsNameThePort) {
     char text[] = "####################";
     EXPECT_EQ(time_t2humanview(text), 19);
     EXPECT_STREQ(text, "16-11-2026 21:28:44");
-    now = 253402300800; // the year 10000
-    EXPECT_EQ(time_t2humanview(text), 0);
-    EXPECT_STREQ(text, "");
+    if constexpr (sizeof now > 4) {
+        now = static_cast<time_t>(253402300800); // the year 10000
+        EXPECT_EQ(time_t2humanview(text), 0);
+        EXPECT_STREQ(text, "");
+    }
 }
 
 } // namespace
