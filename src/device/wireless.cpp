@@ -77,7 +77,7 @@ int MibExchange::run(int number, unsigned long request, char verb) {
     rk::IfRequest record(ifname.c_str());
     DataPoint point = {buffer_, static_cast<uint16_t>(sizeof buffer_ - text_.size()), 0};
     std::memcpy(&record.record().ifr_ifru, &point, sizeof point);
-    if (rk::retry_eintr([&] { return record.run(control, request); }) < 0) {
+    if (record.run(control, request) < 0) {
         buffer_[sizeof buffer_ - 1] = '\0'; // whatever the driver has done to the text
         rk::log_at(LOG_ERR, "ioctl[WLAN_%cET_MIB](\"%s\", \"%s\"): %m", verb, ifname.c_str(),
                    buffer_);

@@ -48,7 +48,8 @@ class ProcessWalk {
     int read(const char *file, char *buffer, size_t size) const {
         rk::TextBuffer<300> path; // the longest entry name is 255 bytes
         path.append(entry_->d_name).append(file);
-        rk::UniqueFd fd(::openat(::dirfd(dir_.get()), path.c_str(), O_RDONLY | O_CLOEXEC));
+        rk::UniqueFd fd(rk::retry_eintr(
+            [&] { return ::openat(::dirfd(dir_.get()), path.c_str(), O_RDONLY | O_CLOEXEC); }));
         int length = fd ? safe_read(fd.get(), buffer, size - 1) : -1;
         if (length >= 0) {
             buffer[length] = '\0';

@@ -73,8 +73,10 @@ class ControlSocket : public UniqueFd {
     explicit ControlSocket(int type = SOCK_DGRAM, int family = AF_INET)
         : UniqueFd(::socket(family, type | SOCK_CLOEXEC, 0)) {}
 
-    // The ioctl's own result, negative on failure.
-    int run(unsigned long request, void *record) const { return call(::ioctl, request, record); }
+    // The ioctl's own result, negative on failure. A driver may wait, and be interrupted in it.
+    int run(unsigned long request, void *record) const {
+        return retry_eintr([&] { return call(::ioctl, request, record); });
+    }
 
   private:
     // The C libraries do not agree on the type of a request: unsigned long, or int.
