@@ -22,7 +22,8 @@
  * launcher search the caller's PATH and change nothing. A program that cannot be run is logged at
  * LOG_ERR and reported on the child's standard error, wherever that goes; the status is then the
  * errno (the former) or 1 (the latter), which the program itself could have given, too. An output
- * file that cannot be opened is reported there as well, and its errno is the status.
+ * file that cannot be opened is reported there as well, and its errno is the status; so is a stream
+ * that cannot be led to its file or pipe.
  *
  * A program inherits the caller's environment (but for PATH=/bin above), folder, umask, blocked and
  * ignored signals, standard input, and the streams that the runner does not replace. Of the

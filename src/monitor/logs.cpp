@@ -40,6 +40,14 @@ long record_time(char *record, char *end, long fallback) {
     return behind != record ? time : fallback;
 }
 
+FILE *open_stream(const char *path, const char *mode) {
+    FILE *stream;
+    do {
+        stream = std::fopen(path, mode);
+    } while (stream == nullptr && errno == EINTR);
+    return stream;
+}
+
 } // namespace
 
 int circ_write_entry(FILE *stream, const char *text) {
@@ -85,9 +93,9 @@ int circ_open_and_write(const char *path, size_t size, size_t count, const char 
         return fail(EINVAL);
     }
     entry_size = size;
-    FILE *stream = std::fopen(path, "r+e");
+    FILE *stream = open_stream(path, "r+e");
     if (stream == nullptr && upFlagFile(path) == 1) { // there was no file, and now there is
-        stream = std::fopen(path, "r+e");
+        stream = open_stream(path, "r+e");
     }
     if (stream == nullptr) {
         return -1;
@@ -97,8 +105,9 @@ int circ_open_and_write(const char *path, size_t size, size_t count, const char 
     if (static_cast<size_t>(offset) / size >= count) {
         offset = 0;
     }
-    std::fseek(stream, offset, SEEK_SET);
-    circ_write_entry(stream, text);
+    if (std::fseek(stream, offset, SEEK_SET) == 0) { // at the end the file would outgrow its room
+        circ_write_entry(stream, text);
+    }
     std::fclose(stream);
     return 0;
 }
@@ -112,12 +121,13 @@ int IncreaseCountInFile(const char *path) {
     text[std::strcspn(text, "\n")] = '\0'; // white space before a number may be another line
     TextBuffer<sizeof text> count;
     count.format("%ld", std::strtol(text, nullptr, 10) + 1);
-    FILE *stream = std::fopen(path, "we");
+    FILE *stream = open_stream(path, "we");
     if (stream == nullptr) {
         return 0;
     }
-    std::fputs(count.c_str(), stream);
-    return std::fclose(stream);
+    const bool written = std::fputs(count.c_str(), stream) >= 0;
+    const int closed = std::fclose(stream);
+    return written ? closed : -1;
 }
 
 int time_t2humanview(char *buffer) {

@@ -93,13 +93,19 @@ void default_handlers() {
     }
 }
 
+[[noreturn]] void give_up(const char *what) {
+    int error = errno;
+    print_error(what, error);
+    ::_exit(error);
+}
+
 // A descriptor that already has the number wanted, because the host runs without its standard
-// streams, only has to survive the exec.
+// streams, only has to survive the exec. Output that cannot be led away must not appear elsewhere.
 void attach(int fd, int target) {
     if (fd == target) {
         ::fcntl(fd, F_SETFD, 0);
-    } else {
-        ::dup2(fd, target);
+    } else if (retry_eintr([&] { return ::dup2(fd, target); }) < 0) {
+        give_up("dup2");
     }
 }
 
@@ -108,9 +114,7 @@ void redirect_output(int mode, const char *path) {
     int fd =
         retry_eintr([&] { return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
     if (fd < 0) {
-        int error = errno;
-        print_error(path, error);
-        ::_exit(error);
+        give_up(path);
     }
     if (mode == kBoth || (mode & kOutput) != 0) {
         attach(fd, STDOUT_FILENO);

@@ -144,6 +144,7 @@ void open_world() {
     lab::sh("ip neigh add 10.1.0.50 lladdr 02:00:00:00:00:32 dev eth1 nud permanent && "
             "ip link add br0 type bridge");
     EXPECT_TRUE(lab::wait_until([] { return ping_test("eth1", &kFar, 1, 100, 0) == 1; }));
+    ::setenv("PATH", (std::string("/bin:") + ::getenv("PATH")).c_str(), 1);
     start_servers();
     build_hardware();
     for (const char *name : {"iptables", "ping", "traceroute", "reinitCli"}) {
