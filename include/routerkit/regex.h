@@ -3,7 +3,7 @@
  * the whole match, slots 1 to 9 the first nine groups in parentheses.
  *
  * The pattern is compiled anew on each call; the heap it takes is the C library's, and so is the
- * stack (with glibc 21 KB). One that does not compile is logged at LOG_DEBUG and finds nothing.
+ * stack (with glibc 20 KB). One that does not compile is logged at LOG_DEBUG and finds nothing.
  * Without a match no output is touched; nor is the output of a group that took no part in the
  * match, or of those behind it.
  */

@@ -180,6 +180,7 @@ Outcome run(const Scenario &scenario, const Plan &plan, shim::Report &report) {
     clean_up();
     outcome.files = files_below("/tmp") + files_below("/var");
     outcome.log = lab::take_log();
+    std::erase_if(outcome.log, [](const auto &line) { return line.starts_with("debug: "); });
     size_t &need = stack_needs[scenario.name];
     need = std::max(need, stack);
     EXPECT_LE(stack, scenario.stack_kb * 1024) << "stack";

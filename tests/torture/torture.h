@@ -12,8 +12,7 @@ namespace torture {
 // One function at work in the world that world.h builds anew for each run.
 struct Scenario {
     const char *name;
-    void (*prepare)(); // what else has to be there; may be null
-    long (*call)();    // its result, null pointers as -1; outputs go to room()
+    long (*call)(); // its result, null pointers as -1; outputs go to room()
 
     // What else the result may be when a call of its fails, as words:
     //   -1!       -1 with the errno of a call that failed
@@ -27,7 +26,8 @@ struct Scenario {
     // A failing close never matters. Null for a function that makes no call.
     const char *on_failure;
 
-    size_t stack_kb = 16; // which it needs at most
+    void (*prepare)() = nullptr; // what else has to be there
+    size_t stack_kb = 16;        // which it needs at most
 };
 
 // So many bytes for an output, with canaries on both sides.

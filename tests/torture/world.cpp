@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include <csignal>
 #include <fcntl.h>
@@ -25,6 +26,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint32_t kFar = 0x0a010001;
+
+bool doomed = false;
 
 int bound(int type, uint16_t port) {
     int socket = ::socket(AF_INET, type | SOCK_CLOEXEC, 0);
@@ -140,6 +143,10 @@ void remove_files(const char *folder) {
 } // namespace
 
 void open_world() {
+    static bool open = false;
+    if (std::exchange(open, true)) {
+        return;
+    }
     static auto far = std::make_unique<lab::Host>("far", "eth1", "10.1.0.2/24", "10.1.0.1/24");
     lab::sh("ip neigh add 10.1.0.50 lladdr 02:00:00:00:00:32 dev eth1 nud permanent && "
             "ip link add br0 type bridge");
@@ -179,7 +186,14 @@ void clean_up() {
     stream != nullptr ? void(::fclose(stream)) : void();
     fd = -1;
     stream = nullptr;
-    victim.reset();
+    if (std::exchange(doomed, false)) {
+        victim.reset();
+    }
+}
+
+void doom_daemon() {
+    start_daemon();
+    doomed = true;
 }
 
 void open_file() {
@@ -202,7 +216,9 @@ void open_stream() {
 }
 
 void start_daemon() {
-    victim.emplace("victim");
+    if (!victim) {
+        victim.emplace("victim", [] { ::signal(SIGUSR1, SIG_IGN); });
+    }
     lab::put("/tmp/pid", std::to_string(victim->pid()) + "\n");
 }
 

@@ -16,7 +16,7 @@ void open_world();
 // Before each run: the files of /tmp and /var, and no route but the kernel's own.
 void build_world();
 
-// After each run: ends what prepare started.
+// After each run: closes what prepare opened.
 void clean_up();
 
 // For prepare.
@@ -24,7 +24,8 @@ void open_file();     // `fd` is /tmp/f, open for reading and writing
 void open_socket();   // `fd` is an unconnected TCP socket
 void open_datagram(); // `fd` is a UDP socket with a datagram of 4 bytes to receive
 void open_stream();   // `stream` is /tmp/f
-void start_daemon();  // "victim", with its pid in /tmp/pid
+void start_daemon();  // "victim", with its pid in /tmp/pid; one for all that ignores SIGUSR1
+void doom_daemon();   // the same for a run that ends it
 void add_routes();    // 10.2.0.0/16, 10.3.0.1 and the default route, by 10.1.0.1
 
 inline int fd = -1;
