@@ -38,7 +38,7 @@ char *room(size_t size);
 // test where a run breaks the scenario's word, leaks, or leaves the function broken.
 void play(std::span<const Scenario> scenarios);
 
-// The most stack that each function played has taken, in bytes. Empty with the sanitizers.
+// The most stack that each function played has taken, in bytes. 0 unless optimised, and with the sanitizers.
 const std::map<std::string, size_t> &stack_table();
 
 // How many runs there were.
