@@ -3,7 +3,7 @@
 #   cmake -D LIBRARY=... -D NM=... -D READELF=... -P check_flash.cmake
 cmake_minimum_required(VERSION 3.25)
 
-set(most_read_only 78848) # bytes of text and read-only data
+set(most_read_only 90112) # bytes of text and read-only data
 set(most_writable 6144)   # bytes of writable data and bss
 set(most_relocations 150) # that the loader adds the library's address to
 

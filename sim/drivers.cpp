@@ -59,6 +59,9 @@ int store_link_state(int32_t *out) {
 }
 
 int run_switch(SwitchCommand *command) {
+    if (command == nullptr) {
+        return fail(EFAULT);
+    }
     record("switch %s %lu %#lx %#lx %p\n", kSwitch, command->word, command->first, command->second,
            static_cast<void *>(command->third));
     if (fails("switch")) {

@@ -1,6 +1,8 @@
 #include "flash.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 #include <sys/stat.h>
@@ -15,15 +17,33 @@ namespace {
 constexpr char kDevice[] = "/dev/mtd";
 
 // A device's file, whatever descriptor it is open under.
-struct FileId {
-    dev_t device;
+struct Device {
+    dev_t file_system;
     ino_t inode;
+    unsigned long number; // of its partition
 
-    bool operator==(const FileId &) const = default;
+    [[nodiscard]] bool is(const struct stat &status) const {
+        return file_system == status.st_dev && inode == status.st_ino;
+    }
+
+    // A file that is gone may have left its inode to a plain one.
+    [[nodiscard]] bool still_there() const {
+        Path path;
+        struct stat status;
+        return state_path(path, "flash/mtd%lu", number) && ::stat(path.c_str(), &status) == 0 &&
+               is(status);
+    }
 };
 
-constinit std::array<FileId, 32> devices = {};
+constinit std::array<Device, 32> devices = {};
 constinit size_t devices_used = 0; // 0 in most programs: they pay nothing for a write
+
+void forget_missing_devices() {
+    auto *end = devices.data() + devices_used;
+    auto *kept = std::remove_if(devices.data(), end,
+                                [](const Device &device) { return !device.still_there(); });
+    devices_used = static_cast<size_t>(kept - devices.data());
+}
 
 } // namespace
 
@@ -48,10 +68,13 @@ bool flash_path(const char *path, Path &file) {
            state_path(file, "flash/mtd%s", number);
 }
 
-void remember_device(int fd) {
+void remember_device(int fd, const char *path) {
+    ErrnoSaver keep;
     struct stat status;
+    forget_missing_devices();
     if (device_size(fd) < 0 && devices_used < devices.size() && ::fstat(fd, &status) == 0) {
-        devices[devices_used++] = {status.st_dev, status.st_ino};
+        const char *number = path + std::strcspn(path, "0123456789");
+        devices[devices_used++] = {status.st_dev, status.st_ino, std::strtoul(number, nullptr, 10)};
     }
 }
 
@@ -62,8 +85,8 @@ int64_t device_size(int fd) {
         return -1;
     }
     for (size_t i = 0; i < devices_used; ++i) {
-        if (devices[i] == FileId{status.st_dev, status.st_ino}) {
-            return status.st_size;
+        if (devices[i].is(status)) {
+            return devices[i].still_there() ? status.st_size : -1;
         }
     }
     return -1;

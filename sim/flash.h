@@ -14,7 +14,7 @@ bool flash_path(const char *path, Path &file);
 bool is_device_path(const char *path);
 
 // Remembers an opened device, so that its descriptors are known for devices, copies of them too.
-void remember_device(int fd);
+void remember_device(int fd, const char *path);
 
 // The size of the device behind a descriptor, or -1 when it is none.
 int64_t device_size(int fd);

@@ -66,7 +66,7 @@ int open_flash(const char *path, const sim::Path &file, int flags) {
     }
     int fd = open_next(AT_FDCWD, file.c_str(), flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND));
     if (fd >= 0 && sim::is_device_path(path)) {
-        sim::remember_device(fd);
+        sim::remember_device(fd, path);
     }
     return fd;
 }

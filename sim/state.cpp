@@ -22,10 +22,13 @@ struct ErrorName {
 };
 
 constexpr ErrorName kErrors[] = {
-    {"EACCES", EACCES}, {"EAGAIN", EAGAIN},         {"EBUSY", EBUSY},   {"EFAULT", EFAULT},
-    {"EINTR", EINTR},   {"EINVAL", EINVAL},         {"EIO", EIO},       {"EMFILE", EMFILE},
-    {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM},         {"ENOSPC", ENOSPC}, {"ENOTTY", ENOTTY},
-    {"ENXIO", ENXIO},   {"EOPNOTSUPP", EOPNOTSUPP}, {"EPERM", EPERM},   {"EROFS", EROFS},
+    {"EACCES", EACCES}, {"EAGAIN", EAGAIN},         {"EBUSY", EBUSY},
+    {"EFAULT", EFAULT}, {"EINTR", EINTR},           {"EINVAL", EINVAL},
+    {"EIO", EIO},       {"EMFILE", EMFILE},         {"ENODEV", ENODEV},
+    {"ENOENT", ENOENT}, {"ENOMEM", ENOMEM},         {"ENOBUFS", ENOBUFS},
+    {"ENOSPC", ENOSPC}, {"ENOTTY", ENOTTY},         {"ETIMEDOUT", ETIMEDOUT},
+    {"ENXIO", ENXIO},   {"EOPNOTSUPP", EOPNOTSUPP}, {"EPERM", EPERM},
+    {"EROFS", EROFS},
 };
 
 // By its name, or by its number on this machine. What is neither still fails: EIO.

@@ -27,7 +27,8 @@ ROUTERKIT_API int dev_getAddrs(void *mac, uint32_t *addr, uint32_t *mask, int *i
                                const char *ifname);
 
 /* A command to the switch driver (SIOCDEVPRIVATE); the first 15 characters of the name count.
- *   a1, a2, a3  the driver's own; an argument may be a pointer
+ *   a1, a2, a3  the driver's own; an argument may be a pointer. Command 2000 of eth1 asks for the
+ *               WAN port's link: a3 is the address of an int32_t, which receives -1 without one
  * Returns the low 16 bits of the request's first word, which the driver may have rewritten; -1 when
  * the driver refuses, -3 when no socket can be opened. */
 ROUTERKIT_API int re865xIoctl(const char *ifname, unsigned long cmd, unsigned long a1,

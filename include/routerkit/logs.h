@@ -5,8 +5,13 @@
  * filled up with NUL bytes, and ends in a newline. There is no index: the newest record is the one
  * with the greatest time, of several with the same time the last in the file.
  *
- * The record size and the number of records of the last circ_open_and_write hold for the whole
- * process, and nothing is locked: each program writes its own files. Nothing is logged to the
+ * Times are whole seconds of the wall clock. While the last slot holds the newest second, each entry
+ * goes into the first slot, over what was written there in that second; and after the clock has
+ * stepped back, into the slot behind the newest one until the clock has caught up. Newlines in an
+ * entry stay. A file that was written with another size or number of records is not converted.
+ *
+ * The record size of the last circ_open_and_write holds for the whole process, streams of the C
+ * library take heap while they are open, and nothing is locked: each program writes its own files. Nothing is logged to the
  * system log, except by the bridge query of dhcp_log.
  */
 #ifndef ROUTERKIT_LOGS_H
@@ -29,8 +34,8 @@ ROUTERKIT_API int circ_open_and_write(const char *path, size_t size, size_t coun
                                       const char *text);
 
 /* The two steps of it, for an open stream and the record size of the last circ_open_and_write;
- * without one they fail, with EINVAL.
- * Writes one record where the stream stands: 0; -1 for a null stream. */
+ * without one they give -1 and 0, with EINVAL.
+ * Writes one record where the stream stands: 0, also when the write fails; -1 for a null stream. */
 ROUTERKIT_API int circ_write_entry(FILE *stream, const char *text);
 /* Reads from the file's start, where the stream must stand, to its end. Returns the offset behind
  * the newest record, 0 without a whole record. A record without a time counts with the time of the

@@ -58,7 +58,9 @@ ROUTERKIT_API void calc_stat(const cpu_stat *a, const cpu_stat *b, cpu_stat *out
 ROUTERKIT_API void get_cpuinfo(cpu_stat *out);
 
 /* Reads MemTotal, MemFree, Buffers and Cached, which must be the first lines of /proc/meminfo, in
- * this order: the field of a line that is not as expected, and those after it, stay as they were.
+ * this order and in its first 511 bytes: the field of a line that is not as expected, and those after
+ * it, stay as they were. Kernels since 3.14 have MemAvailable in the third line: there buffers and
+ * cached are never set, so clear the record first.
  * Returns `used`; 0 if the file cannot be read, and then the record is untouched. */
 ROUTERKIT_API int get_meminfo(mem_info *out);
 

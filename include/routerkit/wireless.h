@@ -3,9 +3,10 @@
  * An interface number holds the radio in bits 0-1 and the virtual access point's number plus 1 in
  * bits 4-6 (0: the radio's main interface); other bits are ignored. 0x01 is wlan1, 0x31 wlan1-va2.
  *
- * A request and its answer travel in 256 bytes: the name with "=" and the value have at most 255
- * characters, longer ones are refused with ENOBUFS before the driver is asked. Failures are -1 with
- * errno set, and are logged at LOG_ERR.
+ * A request and its answer travel in 256 bytes: a name to read, or to write the name with "=" and
+ * the value, have at most 255 characters, longer ones are refused with ENOBUFS before the driver is
+ * asked; so is an answer that claims to be longer. Failures are -1 with errno set, and are logged at
+ * LOG_ERR.
  */
 #ifndef ROUTERKIT_WIRELESS_H
 #define ROUTERKIT_WIRELESS_H
@@ -25,7 +26,7 @@ ROUTERKIT_API int wlio_set_mib_int(int interface_number, const char *name, int v
 
 /* Reads a text or bytes.
  *   size  room in buffer in bytes, a text's terminator included; an answer of more bytes is refused
- *         with ENOBUFS. A text that comes without terminator is cut so that its own fits.
+ *         with ENOBUFS. A text without terminator that fills the buffer loses its last character.
  * Returns the length of the driver's answer (which may count the terminator), or -1 with the buffer
  * untouched. */
 ROUTERKIT_API int wlio_get_mib_str_n(int interface_number, const char *name, char *buffer,

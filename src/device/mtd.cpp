@@ -97,7 +97,7 @@ uint32_t sum_block(const uint8_t *bytes, size_t length) {
 
 // More than the flash of any such router: a header that says so is no header, and the memory that
 // it speaks of is not the caller's.
-constexpr uint32_t kLongestPayload = 256U << 20;
+constexpr uint32_t kLongestPayload = 16U << 20;
 
 bool has_image_length(const Image &image) {
     return image.length % 2 == 0 && image.length <= kLongestPayload;

@@ -133,6 +133,7 @@ int IncreaseCountInFile(const char *path) {
 int time_t2humanview(char *buffer) {
     const time_t now = std::time(nullptr);
     struct tm local;
+    ::tzset(); // the time zone may have changed
     size_t length =
         ::localtime_r(&now, &local) != nullptr
             ? std::strftime(buffer, sizeof "16-11-2026 18:28:43", "%d-%m-%Y %H:%M:%S", &local)

@@ -1,5 +1,6 @@
 #include <routerkit/stats.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <routerkit/files.h>
 
 #include "support/lines.h"
+#include "support/text_buffer.h"
 
 using std::string_view;
 
@@ -21,6 +23,7 @@ namespace {
 
 constexpr size_t kLoadLine = 80;
 constexpr unsigned kCpuIntervalMs = 50;
+constexpr size_t kWordRoom = 100; // of a station table, its terminator included
 
 // In the order of the columns of /proc/stat (proc(5)), which is not the record's.
 constexpr int64_t cpu_stat::*kColumns[] = {
@@ -121,7 +124,9 @@ int read_station_count(const char *&text) {
 
 void note(sta_info &station, const Pair &pair) {
     if (pair.key == "rssi") {
-        station.rssi = std::atoi(pair.value.data()); // a blank or the text's end stands behind it
+        rk::TextBuffer<kWordRoom> number; // one that does not fit is cut
+        number.append(pair.value);
+        station.rssi = static_cast<int32_t>(std::strtol(number.c_str(), nullptr, 10));
     } else if (pair.key == "hwaddr") {
         const size_t room = sizeof station.hwaddr;
         std::memset(station.hwaddr, 0, room);
@@ -177,7 +182,7 @@ int calc_value_percent(int64_t a, int64_t b, int total) {
 
 void calc_stat(const cpu_stat *a, const cpu_stat *b, cpu_stat *out) {
     const uint32_t between = distance(calc_total_stat(a), calc_total_stat(b));
-    const int total = between != 0 ? static_cast<int>(between) : 1;
+    const int total = static_cast<int>(std::clamp<uint32_t>(between, 1, INT32_MAX));
     for (auto column : kColumns) {
         out->*column = calc_value_percent(a->*column, b->*column, total);
     }

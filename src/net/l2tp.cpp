@@ -185,7 +185,7 @@ int l2tp_StopCCN(uint32_t peer, int tunnel_id, int assigned_id, int send_only) {
     }
     Packet packet(new_outgoing());
     if (!packet) {
-        return failed("malloc");
+        return -1;
     }
     add_message_type_avp(packet.get(), kStopCcn);
     add_tunnelid_avp(packet.get(), static_cast<uint16_t>(assigned_id));

@@ -148,7 +148,7 @@ TEST(Image, ChecksumOfBigEndianWords) {
     EXPECT_EQ(verdict(header(0, 131072) + std::string(131072, '\xff')), 1) << "the largest sums";
     EXPECT_EQ(verdict(header(0, 3) + std::string(3, '\0')), 0) << "odd";
     EXPECT_EQ(verdict(header(0, 0xfffffffe)), 0) << "nobody holds that much";
-    EXPECT_EQ(verdict(header(0, 0x10000002)), 0);
+    EXPECT_EQ(verdict(header(0, 0x01000002)), 0);
 }
 
 // --- On both kinds of devices ---

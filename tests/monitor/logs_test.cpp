@@ -174,10 +174,20 @@ TEST(Logs, DhcpEventsNameThePort) {
               record("1794853723, 16-11-2026 21:28:43;LAN" + station + "ack;laptop;", 300) +
                   record("1794853724, 16-11-2026 21:28:44;LAN3" + station + cut, 300));
     EXPECT_EQ(get("/tmp/dhcp_events_count"), "2");
+    for (int i = 3; i <= 21; ++i) {
+        ++now;
+        dhcp_log("more", mac, ip, "");
+    }
+    lab::take_log();
+    EXPECT_EQ(get("/tmp/dhcp_log").size(), 20U * 300);
+    EXPECT_EQ(get("/tmp/dhcp_log").find("ack;"), std::string::npos) << "the first one is gone";
 
     char text[] = "####################";
     EXPECT_EQ(time_t2humanview(text), 19);
-    EXPECT_STREQ(text, "16-11-2026 21:28:44");
+    EXPECT_STREQ(text, "16-11-2026 21:29:03");
+    ::setenv("TZ", "LAB-4", 1);
+    time_t2humanview(text);
+    EXPECT_STREQ(text, "16-11-2026 22:29:03");
     if constexpr (sizeof now > 4) {
         now = static_cast<time_t>(253402300800); // the year 10000
         EXPECT_EQ(time_t2humanview(text), 0);

@@ -1,6 +1,7 @@
 #include <routerkit/stats.h>
 
 #include <cstring>
+#include <thread>
 
 #include <sys/mount.h>
 #include <sys/syscall.h>
@@ -71,8 +72,20 @@ TEST(Stats, ProcessorSamplesAndTheirShares) {
         EXPECT_EQ(calc_value_percent(value, 0, total), static_cast<int>(value * 100LL / total))
             << value << " of " << total;
     }
+    const cpu_stat far = {1LL << 31, 0, 0, 0, 0, 0, 0, 0};
+    sample = {};
+    calc_stat(&sample, &far, &sample);
+    EXPECT_EQ(sample.user, 100) << "the largest distance";
+
+    serve("/proc/stat", "cpu 100 7 100 100 0 0 0 0\n");
+    std::thread load([] {
+        lab::wait_until([] { return false; }, 25);
+        serve("/proc/stat", "cpu 103 7 101 101 0 0 0 0\n");
+    });
     lab::SignalStorm storm;
     lab::takes_ms(50, [&] { return get_cpuinfo(&sample), 0; });
+    load.join();
+    EXPECT_EQ(fields<int64_t>(sample), "60 20 0 20 0 0 0 0 ");
 }
 
 TEST(Stats, MemoryUpToTheFirstUnexpectedLine) {

@@ -51,7 +51,12 @@ TEST(L2tpBuffer, HoldsAMessageToItsLastByte) {
     std::free(buffer);
     free_buf(nullptr);
 
+    EXPECT_EQ(new_buf(-1), nullptr);
+
     buffer = new_outgoing();
+    add_header(buffer, 0x306, 0x0102);
+    EXPECT_EQ(std::string(buffer->data, buffer->data + 6), std::string("\x80\6\0\0\1\2", 6));
+    EXPECT_EQ(buffer->length, 0);
     EXPECT_EQ(add_message_type_avp(buffer, 0x1234), 0);
     EXPECT_EQ(add_result_code_avp(buffer, 0x5678, 0x9abc, std::string(226, 'x').data(), 226), 0);
     EXPECT_EQ(add_control_hdr(buffer, 0xfedc), buffer->start);

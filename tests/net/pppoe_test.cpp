@@ -75,6 +75,8 @@ TEST_F(Pppoe, NothingIsSentWhereItCannotBeRight) {
         EXPECT_THAT(end_session(one.ifname, one.peer), FailsWith(one.result, one.error))
             << one.link_set << ", " << one.ifname;
     }
+    lab::sh("ip tuntap add dev tun0 mode tun && ip link set tun0 arp on up");
+    EXPECT_THAT(end_session("tun0", kPeer), FailsWith(-1, EINVAL)) << "no Ethernet";
     EXPECT_THAT(lab::without_descriptors([] { return send_ppp_msg(1, kPeer, "lo"); }),
                 FailsWith(-1, EMFILE));
     EXPECT_THAT(take_frames(), testing::IsEmpty());

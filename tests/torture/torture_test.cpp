@@ -191,7 +191,7 @@ constexpr Scenario kNetwork[] = {
     {OF(wan_delDefaultRoute, kFar), kFails, add_routes},
     {OF(wan_delHostRoute, kHost), kFails, add_routes},
     {OF(wan_addHostRoute, 2, kHost), kOnce},
-    {OF(l2tp_StopCCN, INADDR_LOOPBACK, 1, 2, 0), "-1! logged bind:-2! bind:logged"},
+    {OF(l2tp_StopCCN, INADDR_LOOPBACK, 1, 2, 0), "-1! logged bind:-2! bind:logged malloc:-1!"},
     {"new_outgoing",
      [] {
          l2tp_buf_t *buffer = new_outgoing();
