@@ -20,6 +20,10 @@ if(ROUTERKIT_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(ROUTERKIT_FUZZ) # clang lacks some of the warnings
+    add_compile_options(-fsanitize=fuzzer-no-link -Wno-unknown-warning-option)
+endif()
+
 # Warnings that the library's own code is held to besides.
 set(ROUTERKIT_LIBRARY_WARNINGS -Wconversion -Wsign-conversion -Wcast-align=strict -Wcast-qual
     -Wnull-dereference -Wold-style-cast)

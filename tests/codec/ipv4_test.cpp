@@ -6,42 +6,15 @@
 #include <cstring>
 #include <random>
 
+#include "codec/ipv4_model.h"
 #include "support/lab.h"
 
 namespace {
 
-struct Parsed {
-    long end = -1; // behind the address; -1: none
-    std::string octets = "####";
-};
-
-// What strtoul makes of a text, field by field; a negative number, which it turns round, is none.
-Parsed model(const char *text) {
-    Parsed result;
-    const char *at = text;
-    for (size_t field = 0; field < 4; ++field) {
-        if (field != 0 && *at++ != '.') {
-            return result;
-        }
-        char *end = nullptr;
-        unsigned long value = std::strtoul(at, &end, 10);
-        std::string number(at, static_cast<size_t>(end - at));
-        bool negative = number.find('-') != std::string::npos &&
-                        number.find_first_of("123456789") != std::string::npos;
-        if (end == at || value > 255 || negative) {
-            return result;
-        }
-        result.octets[field] = static_cast<char>(value);
-        at = end;
-    }
-    result.end = at - text;
-    return result;
-}
-
 void expect_as_the_model(const std::string &text) {
     SCOPED_TRACE(testing::PrintToString(text));
     lab::Fenced fenced(std::string_view(text.c_str(), text.size() + 1));
-    Parsed wanted = model(fenced.data());
+    lab::Ipv4Text wanted = lab::parse_ipv4(fenced.data());
     std::string octets = "#####";
     const char *end = ipv4_aton(octets.data(), fenced.data());
     ASSERT_EQ(end == nullptr ? -1 : end - fenced.data(), wanted.end);

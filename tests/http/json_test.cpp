@@ -5,6 +5,7 @@
 
 #include <routerkit/tokens.h>
 
+#include "http/json_model.h"
 #include "support/lab.h"
 
 namespace {
@@ -49,140 +50,6 @@ std::string repeat(const std::string &text, int times) {
     }
     return all;
 }
-
-// The rules once more, slowly and without a tree: the position reached, and the error so far.
-class Model {
-  public:
-    explicit Model(const std::string &text) : text_(text) {}
-
-    int run() {
-        value();
-        return error_;
-    }
-
-  private:
-    char at() const { return pos_ < text_.size() ? text_[pos_] : '\0'; }
-
-    void space() {
-        while (at() != '\0' && std::strchr(" \t\r\n", at()) != nullptr) {
-            ++pos_;
-        }
-    }
-
-    void value() {
-        if (++nodes_ > JSON_MAX_NODES) {
-            error_ = JSON_ERROR_NODES;
-            return;
-        }
-        space();
-        size_t start = pos_;
-        string();
-        if (error_ != 0) {
-            return;
-        }
-        for (void (Model::*part)() :
-             {&Model::number, &Model::object, &Model::array, &Model::literals}) {
-            if (pos_ == start && error_ == 0) {
-                (this->*part)();
-            }
-        }
-        if (error_ == 0 && pos_ == start) {
-            error_ = JSON_ERROR_SYNTAX;
-        }
-        if (error_ == 0) {
-            space();
-        }
-    }
-
-    void string() {
-        if (at() != '"') {
-            return;
-        }
-        for (++pos_; at() != '"'; ++pos_) {
-            pos_ += at() == '\\' ? 1 : 0;
-            if (at() == '\0') {
-                error_ = JSON_ERROR_STRING;
-                return;
-            }
-        }
-        ++pos_;
-    }
-
-    void number() {
-        if (at() == '-' || std::isdigit(at()) != 0) {
-            do {
-                ++pos_;
-            } while (std::isdigit(at()) != 0);
-        }
-    }
-
-    void literals() {
-        for (const char *word : {"true", "false", "null"}) {
-            if (at() == *word) {
-                if (text_.compare(pos_, std::strlen(word), word) == 0) {
-                    pos_ += std::strlen(word);
-                    return;
-                }
-                error_ = JSON_ERROR_SYNTAX;
-                return;
-            }
-        }
-    }
-
-    bool key() {
-        bool found = at() == '"';
-        string();
-        space();
-        found = found && at() == ':';
-        pos_ += found ? 1 : 0;
-        error_ = found ? error_ : JSON_ERROR_KEY;
-        return found;
-    }
-
-    void object() { container('{', '}'); }
-
-    void array() { container('[', ']'); }
-
-    void container(char open, char close) {
-        if (at() != open) {
-            return;
-        }
-        bool object = open == '{';
-        ++pos_;
-        space();
-        int count = 0;
-        for (bool more = object ? at() == '"' : at() != close; more;) {
-            if (count++ == JSON_MAX_CHILDREN) {
-                error_ = JSON_ERROR_CHILDREN;
-                return;
-            }
-            if (object && !key()) {
-                return;
-            }
-            value();
-            if (error_ == JSON_ERROR_NODES) {
-                return;
-            }
-            space();
-            more = at() == ',';
-            if (more) {
-                ++pos_;
-                space();
-                more = object || at() != close;
-            }
-        }
-        if (at() == close) {
-            ++pos_;
-        } else {
-            error_ = JSON_ERROR_SYNTAX;
-        }
-    }
-
-    std::string text_;
-    size_t pos_ = 0;
-    int nodes_ = 0;
-    int error_ = 0;
-};
 
 TEST(Json, Documents) {
     struct Case {
@@ -264,7 +131,7 @@ TEST(Json, MutatedDocumentsAreJudgedAsTheModelDoes) {
             }
         }
         std::string seen = parse(text);
-        int error = Model(text).run();
+        int error = lab::JsonModel(text).run();
         ASSERT_EQ(ctx.error, error) << text << " gave " << seen;
     }
 }

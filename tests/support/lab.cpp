@@ -12,7 +12,6 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -207,22 +206,6 @@ bool wait_until(const std::function<bool()> &ready, int milliseconds) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-}
-
-Fenced::Fenced(std::string_view bytes) : size_(bytes.size()) {
-    auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
-    size_t readable_size = (size_ + page - 1) / page * page;
-    pages_size_ = readable_size + page;
-    pages_ =
-        ::mmap(nullptr, pages_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    char *start = static_cast<char *>(pages_);
-    ::mprotect(start + readable_size, page, PROT_NONE);
-    data_ = start + readable_size - size_;
-    std::memcpy(data_, bytes.data(), size_);
-}
-
-Fenced::~Fenced() {
-    ::munmap(pages_, pages_size_);
 }
 
 Background::Background(const std::string &command) : pid_(::fork()) {

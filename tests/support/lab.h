@@ -16,6 +16,8 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
+#include "support/fenced.h"
+
 namespace lab {
 
 class Pinned { // no copies
@@ -129,24 +131,6 @@ auto takes_ms(int64_t wanted, Call call) {
 
 // Asks again every few milliseconds until the answer is yes or the time is up; returns the answer.
 bool wait_until(const std::function<bool()> &ready, int milliseconds = 5000);
-
-// --- Memory ---
-
-// A copy of some bytes that ends right before an unreadable page, so that any read past it faults.
-class Fenced : Pinned {
-  public:
-    explicit Fenced(std::string_view bytes);
-    ~Fenced();
-
-    char *data() { return data_; }
-    size_t size() const { return size_; }
-
-  private:
-    char *data_;
-    size_t size_;
-    void *pages_;
-    size_t pages_size_;
-};
 
 // --- Other processes and hosts ---
 

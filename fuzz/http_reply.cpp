@@ -1,0 +1,97 @@
+// An HTTP reply in memory: status line, header lines, chunks, and both ways to its body.
+#include "http/http_reply.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include <strings.h>
+
+#include <routerkit/http.h>
+#include <routerkit/jsonrpc.h>
+
+#include "support/chunks.h"
+#include "support/fuzz.h"
+
+namespace {
+
+constexpr size_t kNone = std::string::npos;
+constexpr char kLineEnd[] = "\r\n";
+
+int status_of(const std::string &reply) {
+    const std::string line = reply.substr(0, reply.find(kLineEnd));
+    bool known = line != reply && (line.starts_with("HTTP/1.0") || line.starts_with("HTTP/1.1"));
+    long code = known ? std::strtol(line.c_str() + 8, nullptr, 10) : -1;
+    return code >= 100 && code <= 999 ? static_cast<int>(code) : -1;
+}
+
+std::optional<std::string> header(std::string lines, const char *name) {
+    for (int count = 0; count < 31 && !lines.empty(); ++count) {
+        std::string line = lines.substr(0, lines.find(kLineEnd));
+        size_t colon = line.find(':');
+        if (colon == kNone) {
+            break;
+        }
+        if (colon == std::strlen(name) && ::strncasecmp(line.c_str(), name, colon) == 0) {
+            line.erase(0, colon + 1);
+            return line.erase(0, std::min(line.find_first_not_of(' '), line.size()));
+        }
+        lines.erase(0, std::min(lines.size(), line.size() + 2));
+    }
+    return {};
+}
+
+std::optional<size_t> content_length(const std::string &lines) {
+    std::string value = header(lines, "content-LENGTH").value_or("");
+    char *end = nullptr;
+    long number = std::strtol(value.c_str(), &end, 10);
+    return end == value.c_str() || number < 0
+               ? std::nullopt
+               : std::optional(std::min(static_cast<size_t>(number), size_t{INT32_MAX}));
+}
+
+void look_at_header(const std::string &reply) {
+    lab::Fenced text(reply);
+    char *end = text.data() + text.size();
+    rk::ReplyShape shape = rk::look_at_reply(text.data(), end);
+    fuzz::require(shape.status == status_of(reply));
+    std::string lines(rk::header_lines(shape, end));
+    lab::Fenced fenced(lines);
+    fuzz::require(rk::content_length(fenced.view()) == content_length(lines));
+    for (const char *name : {"A", "Location", "Set-Cookie", "Transfer-Encoding"}) {
+        auto value = rk::find_header(fenced.view(), name);
+        fuzz::require(value == header(lines, name));
+    }
+}
+
+void take_bodies(const std::string &reply, size_t blank) {
+    lab::Fenced first(reply + '#'), second(reply + '#'), copy(reply);
+    char *body = nullptr;
+    size_t length = 0;
+    int status = status_of(reply);
+    fuzz::require(http_post_response(first.data(), reply.size(), &body) == status);
+    fuzz::require(get_json_rpc(second.data(), reply.size(), copy.data(), &length) ==
+                  (blank != kNone ? status : -1));
+    fuzz::require((body != nullptr) == (status >= 0 && blank != kNone));
+    if (body != nullptr) {
+        std::string wanted = reply.substr(blank + 4);
+        fuzz::require(copy.view().substr(0, length) == wanted);
+        wanted.erase(0, std::min(wanted.find_first_not_of(kLineEnd), wanted.size()));
+        wanted.erase(wanted.find_last_not_of(kLineEnd) + 1);
+        fuzz::require(body == std::string(wanted.c_str()));
+    }
+}
+
+} // namespace
+
+void fuzz::run(std::string_view input) {
+    const std::string reply(input);
+    size_t blank = reply.find("\r\n\r\n");
+    look_at_header(reply);
+    take_bodies(reply, blank);
+    const std::string chunks = blank != kNone ? reply.substr(blank + 4) : reply;
+    lab::Fenced body(chunks);
+    int length = rk::unchunk(body.data(), body.size());
+    auto wanted = unchunked(chunks);
+    require(length == (wanted ? static_cast<int>(wanted->size()) : -1));
+    require(!wanted || body.view().substr(0, wanted->size()) == *wanted);
+}
