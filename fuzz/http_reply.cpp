@@ -2,7 +2,6 @@
 #include "http/http_reply.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include <strings.h>
 
@@ -35,18 +34,9 @@ std::optional<std::string> header(std::string lines, const char *name) {
             line.erase(0, colon + 1);
             return line.erase(0, std::min(line.find_first_not_of(' '), line.size()));
         }
-        lines.erase(0, std::min(lines.size(), line.size() + 2));
+        lines.erase(0, line.size() + 2);
     }
     return {};
-}
-
-std::optional<size_t> content_length(const std::string &lines) {
-    std::string value = header(lines, "content-LENGTH").value_or("");
-    char *end = nullptr;
-    long number = std::strtol(value.c_str(), &end, 10);
-    return end == value.c_str() || number < 0
-               ? std::nullopt
-               : std::optional(std::min(static_cast<size_t>(number), size_t{INT32_MAX}));
 }
 
 void look_at_header(const std::string &reply) {
@@ -56,28 +46,31 @@ void look_at_header(const std::string &reply) {
     fuzz::require(shape.status == status_of(reply));
     std::string lines(rk::header_lines(shape, end));
     lab::Fenced fenced(lines);
-    fuzz::require(rk::content_length(fenced.view()) == content_length(lines));
-    for (const char *name : {"A", "Location", "Set-Cookie", "Transfer-Encoding"}) {
-        auto value = rk::find_header(fenced.view(), name);
-        fuzz::require(value == header(lines, name));
+    for (const char *name : {"A", "Location", "Transfer-Encoding"}) {
+        fuzz::require(rk::find_header(fenced.view(), name) == header(lines, name));
     }
+    const std::string value = header(lines, "content-LENGTH").value_or("");
+    char *rest = nullptr;
+    long number = std::strtol(value.c_str(), &rest, 10);
+    auto length = rk::content_length(fenced.view());
+    fuzz::require(length.has_value() == (rest != value.c_str() && number >= 0));
+    fuzz::require(!length || *length == static_cast<size_t>(std::min(number, long{INT32_MAX})));
 }
 
 void take_bodies(const std::string &reply, size_t blank) {
     lab::Fenced first(reply + '#'), second(reply + '#'), copy(reply);
     char *body = nullptr;
     size_t length = 0;
-    int status = status_of(reply);
+    int status = status_of(reply), raw = blank != kNone ? status : -1;
     fuzz::require(http_post_response(first.data(), reply.size(), &body) == status);
-    fuzz::require(get_json_rpc(second.data(), reply.size(), copy.data(), &length) ==
-                  (blank != kNone ? status : -1));
-    fuzz::require((body != nullptr) == (status >= 0 && blank != kNone));
+    fuzz::require(get_json_rpc(second.data(), reply.size(), copy.data(), &length) == raw);
+    fuzz::require((body != nullptr) == (raw >= 0));
     if (body != nullptr) {
         std::string wanted = reply.substr(blank + 4);
         fuzz::require(copy.view().substr(0, length) == wanted);
         wanted.erase(0, std::min(wanted.find_first_not_of(kLineEnd), wanted.size()));
         wanted.erase(wanted.find_last_not_of(kLineEnd) + 1);
-        fuzz::require(body == std::string(wanted.c_str()));
+        fuzz::require(std::strcmp(body, wanted.c_str()) == 0);
     }
 }
 
@@ -88,10 +81,9 @@ void fuzz::run(std::string_view input) {
     size_t blank = reply.find("\r\n\r\n");
     look_at_header(reply);
     take_bodies(reply, blank);
-    const std::string chunks = blank != kNone ? reply.substr(blank + 4) : reply;
-    lab::Fenced body(chunks);
+    lab::Fenced body(blank != kNone ? reply.substr(blank + 4) : reply);
+    auto wanted = unchunked(std::string(body.view()));
     int length = rk::unchunk(body.data(), body.size());
-    auto wanted = unchunked(chunks);
     require(length == (wanted ? static_cast<int>(wanted->size()) : -1));
     require(!wanted || body.view().substr(0, wanted->size()) == *wanted);
 }

@@ -22,46 +22,33 @@ std::string behind(const std::string &line, char sign) {
     return place != std::string::npos ? line.substr(place + 1) : "";
 }
 
-void read_servers(const std::string &text, unsigned max) {
-    static fuzz::File file;
-    file.put(text);
-    lab::Fenced room(std::string(max * sizeof(uint32_t), '#'));
-    auto *servers = reinterpret_cast<uint32_t *>(room.data());
-    int count = dns_readResolvConf(file.path(), servers, max);
-    int seen = 0;
-    std::istringstream lines(text);
-    for (std::string line; seen < static_cast<int>(max) && std::getline(lines, line);) {
-        if (line.starts_with("nameserver ")) {
-            fuzz::require(seen < count && servers[seen] == address(line.substr(11)));
-            ++seen;
-        }
-    }
-    fuzz::require(count == seen);
-}
-
-void read_routes(const std::string &text, unsigned max) {
-    lab::Fenced fenced = lab::Fenced::terminated(text);
-    lab::Fenced room(std::string(max * sizeof(wan_route_t), '#'));
-    auto *routes = reinterpret_cast<wan_route_t *>(room.data());
-    int count = wan_parseRoutes(routes, max, fenced.data());
-    int seen = 0;
-    std::istringstream lines(text.c_str());
-    for (std::string line; seen < static_cast<int>(max) && std::getline(lines, line);) {
-        if (!line.empty()) {
-            long width = std::strtol(behind(line, '/').c_str(), nullptr, 10);
-            fuzz::require(seen < count && routes[seen].destination == address(line));
-            fuzz::require(routes[seen].mask == ipv4_wtoi(static_cast<unsigned>(width)));
-            fuzz::require(routes[seen].gateway == address(behind(line, '-')));
-            ++seen;
-        }
-    }
-    fuzz::require(count == seen);
-}
-
 } // namespace
 
 void fuzz::run(std::string_view input) {
+    static File file;
     unsigned max = take(input) % 8;
-    read_servers(std::string(input), max);
-    read_routes(std::string(input), max);
+    const std::string text = text_of(input);
+    lab::Fenced servers_room(std::string(max * sizeof(uint32_t), '#'));
+    lab::Fenced routes_room(std::string(max * sizeof(wan_route_t), '#'));
+    auto *servers = reinterpret_cast<uint32_t *>(servers_room.data());
+    auto *routes = reinterpret_cast<wan_route_t *>(routes_room.data());
+    file.put(text);
+    int server_count = dns_readResolvConf(file.path(), servers, max);
+    int route_count = wan_parseRoutes(routes, max, lab::Fenced::terminated(text).data());
+
+    int server = 0, route = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("nameserver ") && server < static_cast<int>(max)) {
+            require(server < server_count && servers[server++] == address(line.substr(11)));
+        }
+        if (!line.empty() && route < static_cast<int>(max)) {
+            const wan_route_t &seen = routes[route++];
+            long width = std::strtol(behind(line, '/').c_str(), nullptr, 10);
+            require(route <= route_count && seen.destination == address(line));
+            require(seen.mask == ipv4_wtoi(static_cast<unsigned>(width)));
+            require(seen.gateway == address(behind(line, '-')));
+        }
+    }
+    require(server == server_count && route == route_count);
 }
