@@ -12,7 +12,7 @@ void fuzz::run(std::string_view input) {
     const std::string list = text_of(input.substr(0, 2047));
     size_t heading = list.find('\n');
     bool listed = heading < list.size() && list.find(name, heading) < list.size();
-    require(index == -1 || listed);
+    require(index == -1 || (index >= 0 && listed));
     require(index != -1 || (found.size == 7 && found.erasesize == 7));
     require(index == -1 || mtd_getinfo(name.c_str(), nullptr) == index);
 }

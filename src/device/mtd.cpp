@@ -50,7 +50,8 @@ bool find_partition(const char *list, const char *wanted, Partition *found) {
         ++list;
         int fields = std::sscanf(list, "mtd%d: %x %x \"%31[^\"]\"\n", &found->index, &found->size,
                                  &found->erasesize, found->name);
-        if (fields == 4 && std::strstr(found->name, wanted) != nullptr) {
+        bool is_line = fields == 4 && found->index >= 0; // negative: too large a number, wrapped
+        if (is_line && std::strstr(found->name, wanted) != nullptr) {
             return true;
         }
     }
