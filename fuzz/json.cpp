@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "http/json_model.h"
 #include "support/fuzz.h"
+#include "support/json_model.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ void fuzz::run(std::string_view input) {
     lab::Fenced text(std::string(input) + '\0');
     const json_node_t *root = json_parse(&ctx, text.data(), input.size());
     require((root == nullptr) == (ctx.error != 0));
-    require(ctx.error == lab::JsonModel(std::string(input)).run());
+    require(ctx.error == JsonModel(std::string(input)).run());
 
     std::vector<jsonrpc_token_t> tokens(input.size() + 1);
     jsonrpc_parser_t parser;

@@ -1,11 +1,9 @@
 #include <routerkit/json.h>
 
 #include <cstring>
-#include <random>
 
 #include <routerkit/tokens.h>
 
-#include "http/json_model.h"
 #include "support/lab.h"
 
 namespace {
@@ -105,35 +103,6 @@ TEST(Json, ThePoolBoundsValuesAndDepth) {
     EXPECT_EQ(parse("[" + repeat(twenty + ",", 14) + "[1,1,1,1]]"), // 1 + 14 * 21 + 5
               "[" + repeat("[" + repeat("1 ", 19) + "1] ", 14) + "[1 1 1 1]]");
     EXPECT_EQ(parse("[" + repeat(twenty + ",", 14) + "[1,1,1,1,1],\"x\"]"), "-7");
-}
-
-TEST(Json, MutatedDocumentsAreJudgedAsTheModelDoes) {
-    std::mt19937 random(20261122);
-    const std::string good[] = {
-        R"({"jsonrpc":"2.0","id":7,"result":{"ok":true,"n":null,"l":[1,-2,{"a":"b\"c"}],"e":[]}})",
-        "[" + repeat("[" + repeat("1,", 18) + "1],", 15) + "0]",
-        "\"" + std::string(40, 's') + "\""};
-    const std::string signs = "{}[]\",:\\ 1-tfn";
-    for (int i = 0; i < 20000; ++i) {
-        std::string text = good[random() % std::size(good)];
-        for (unsigned edits = 1 + random() % 3; edits != 0; --edits) {
-            size_t place = random() % text.size();
-            char sign = signs[random() % signs.size()];
-            switch (random() % 3) {
-            case 0:
-                text[place] = sign;
-                break;
-            case 1:
-                text.insert(place, 1, sign);
-                break;
-            default:
-                text.resize(place + 1);
-            }
-        }
-        std::string seen = parse(text);
-        int error = lab::JsonModel(text).run();
-        ASSERT_EQ(ctx.error, error) << text << " gave " << seen;
-    }
 }
 
 TEST(Json, LookUps) {

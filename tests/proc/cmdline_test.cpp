@@ -1,8 +1,6 @@
 #include "proc/cmdline.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <random>
 
 #include "support/lab.h"
 
@@ -89,22 +87,6 @@ TEST(CommandLine, AtMost31Words) {
     EXPECT_EQ(split(words), expected);
     EXPECT_EQ(split(words + " "), "E2BIG") << "an empty word is a word";
     EXPECT_EQ(split(words + "w"), "E2BIG");
-}
-
-// Words never hold more characters than the text did, whatever the text is.
-TEST(CommandLine, AnyTextStaysInItsPlace) {
-    std::mt19937 random(7);
-    const std::string alphabet = "ab  '\"\\>&";
-    for (int round = 0; round < 3000; ++round) {
-        std::string text;
-        for (unsigned length = random() % 24; length != 0; --length) {
-            text += alphabet[random() % alphabet.size()];
-        }
-        std::string words = split(text, false);
-        auto brackets =
-            std::count_if(words.begin(), words.end(), [](char c) { return c == '[' || c == ']'; });
-        EXPECT_LE(words.size(), text.size() + static_cast<size_t>(brackets)) << text;
-    }
 }
 
 } // namespace

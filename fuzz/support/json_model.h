@@ -6,7 +6,7 @@
 
 #include <routerkit/json.h>
 
-namespace lab {
+namespace fuzz {
 
 // The rules once more, slowly and without a tree: the position reached, and the error so far.
 class JsonModel {
@@ -144,4 +144,4 @@ class JsonModel {
     int error_ = 0;
 };
 
-} // namespace lab
+} // namespace fuzz
