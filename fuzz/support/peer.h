@@ -20,7 +20,7 @@ struct Peer {
     size_t piece = 0; // 0: as much as there is room for
     bool interrupts = false;
 
-    // From the two choices at the input's front.
+    // From the choice at the input's front.
     void start(std::string_view input) {
         piece = take(input);
         interrupts = piece % 2 != 0;
