@@ -20,7 +20,7 @@ packages=(
     dnsmasq-base libdbus-1-3 libgcrypt20 libgmp10 libgpg-error0 libhogweed6 libidn2-0 libjansson4
     liblz4-1 liblzma5 libnetfilter-conntrack3 libnettle8 libnfnetlink0 libnftables1 libsystemd0
     libunistring2)
-modules=(block2mtd bridge crc32c_generic iptable_filter iptable_nat loop nandsim veth xt_comment
+modules=(block2mtd bridge crc32c_generic iptable_filter iptable_nat loop nandsim tun veth xt_comment
     xt_tcpudp)
 
 unpack_packages() {
