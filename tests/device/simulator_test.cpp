@@ -1,13 +1,19 @@
 // The simulator seen by the switch driver's callers and, preloaded, by ordinary programs.
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <routerkit/link-layer.h>
 #include <routerkit/wan.h>
 
 #include "support/lab.h"
+#include "support/owning.h"
 
 using lab::FailsWith;
 using lab::sh;
@@ -35,9 +41,23 @@ TEST(Simulator, SwitchTellsItsLinkAndItsOwnAnswers) {
     EXPECT_THAT(re865xIoctl("lo", 3000, 1, 2, 3), FailsWith(-1, EOPNOTSUPP)) << "the kernel's word";
     ifreq record = {"eth1", {}};
     EXPECT_THAT(::ioctl(0, SIOCDEVPRIVATE, &record), testing::Eq(-1)) << "no socket";
+    rk::UniqueFd control(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    EXPECT_THAT(::ioctl(control.get(), SIOCDEVPRIVATE, &record), FailsWith(-1, EFAULT));
     int index = 0;
     EXPECT_EQ(dev_getAddrs(nullptr, nullptr, nullptr, &index, "lo"), 0);
     EXPECT_EQ(index, 1) << "other requests are the kernel's";
+    ::unsetenv("ROUTERKIT_SIM");
+}
+
+TEST(Simulator, AFileThatIsNoDeviceAnyMoreIsAPlainOne) {
+    ::setenv("ROUTERKIT_SIM", "/tmp/sim", 1);
+    lab::put("/tmp/sim/flash/mtd2", "1234");
+    rk::UniqueFd device(::open("/dev/mtdblock2", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(::write(device.get(), "12345", 5), 4);
+    EXPECT_THAT(::write(device.get(), "5", 1), FailsWith(-1, ENOSPC));
+    ASSERT_EQ(::rename("/tmp/sim/flash/mtd2", "/tmp/plain"), 0); // with the same inode
+    EXPECT_EQ(::write(device.get(), "5", 1), 1);
+    EXPECT_EQ(lab::get("/tmp/plain"), "12345");
     ::unsetenv("ROUTERKIT_SIM");
 }
 
