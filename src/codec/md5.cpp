@@ -5,8 +5,8 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
-#include <utility>
 
+#include "support/build.h"
 #include "support/bytes.h"
 
 namespace {
@@ -43,56 +43,48 @@ constexpr int kTurns[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, 
 // router's takes one after the other.
 constexpr bool kManyUnits = sizeof(void *) == 8;
 
+// How many times four steps are laid out one after the other.
+constexpr int kFours = rk::kForSize ? 1 : kWords / 4;
+
 // Which word of the block a step takes, by round.
-constexpr size_t word_of(size_t step) {
-    constexpr size_t kFactor[] = {1, 5, 3, 7};
-    constexpr size_t kOffset[] = {0, 1, 5, 0};
-    return (kFactor[step / 16] * step + kOffset[step / 16]) % kWords;
-}
+constexpr size_t kFactor[] = {1, 5, 3, 7};
+constexpr size_t kOffset[] = {0, 1, 5, 0};
 
 // The chaining value on its way through one block.
 struct Chain {
     uint32_t v0, v1, v2, v3;
 
-    template <size_t I>
-    [[gnu::always_inline]] uint32_t &var() {
-        if constexpr (I == 0) {
-            return v0;
-        } else if constexpr (I == 1) {
-            return v1;
-        } else if constexpr (I == 2) {
-            return v2;
-        } else {
-            return v3;
-        }
-    }
-
-    // One of the 64 steps. The variables stay where they are; their roles move on by one instead.
-    template <size_t Step>
-    [[gnu::always_inline]] void step(const Block &block) {
-        uint32_t &a = var<(0 - Step) % 4>();
-        const uint32_t b = var<(1 - Step) % 4>();
-        const uint32_t c = var<(2 - Step) % 4>();
-        const uint32_t d = var<(3 - Step) % 4>();
-        a += rk::load_le32(block.word(word_of(Step))) + kConstants[Step];
-        if constexpr (Step < 16) {
+    // One of the 64 steps.
+    template <size_t Round, size_t I>
+    [[gnu::always_inline]] void step(uint32_t &a, uint32_t b, uint32_t c, uint32_t d,
+                                     const Block &block, size_t i) {
+        size_t word = (kFactor[Round] * (i + I) + kOffset[Round]) % kWords;
+        a += block.le32(word) + kConstants[Round * kWords + i + I];
+        if constexpr (Round == 0) {
             a += d ^ (b & (c ^ d));
-        } else if constexpr (Step < 32 && kManyUnits) {
+        } else if constexpr (Round == 1 && kManyUnits) {
             a += c & ~d; // has no bit in common with the other half, which alone waits for b
             a += b & d;
-        } else if constexpr (Step < 32) {
+        } else if constexpr (Round == 1) {
             a += c ^ (d & (b ^ c));
-        } else if constexpr (Step < 48) {
+        } else if constexpr (Round == 2) {
             a += b ^ (c ^ d);
         } else {
             a += c ^ (b | ~d);
         }
-        a = std::rotl(a, kTurns[Step / 16][Step % 4]) + b;
+        a = std::rotl(a, kTurns[Round][I]) + b;
     }
 
-    template <size_t... Step>
-    [[gnu::always_inline]] void steps(const Block &block, std::index_sequence<Step...>) {
-        (step<Step>(block), ...);
+    // The variables stay where they are; their roles move on by one at each step instead.
+    template <size_t Round>
+    [[gnu::always_inline]] void round(const Block &block) {
+#pragma GCC unroll kFours
+        for (size_t i = 0; i < kWords; i += 4) {
+            step<Round, 0>(v0, v1, v2, v3, block, i);
+            step<Round, 1>(v3, v0, v1, v2, block, i);
+            step<Round, 2>(v2, v3, v0, v1, block, i);
+            step<Round, 3>(v1, v2, v3, v0, block, i);
+        }
     }
 };
 
@@ -101,7 +93,10 @@ void compress(uint32_t (&state)[4], const uint8_t *data, size_t blocks) {
     for (; blocks != 0; --blocks, data += kBlockSize) {
         Block block(data);
         Chain now = sum;
-        now.steps(block, std::make_index_sequence<64>());
+        now.round<0>(block);
+        now.round<1>(block);
+        now.round<2>(block);
+        now.round<3>(block);
         sum = {sum.v0 + now.v0, sum.v1 + now.v1, sum.v2 + now.v2, sum.v3 + now.v3};
     }
     state[0] = sum.v0;

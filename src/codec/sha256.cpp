@@ -4,8 +4,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
+#include "support/build.h"
 #include "support/bytes.h"
 
 namespace {
@@ -53,10 +55,9 @@ inline uint32_t small_sigma1(uint32_t x) {
     return std::rotr(std::rotr(x, 2) ^ x, 17) ^ x >> 10;
 }
 
-// The eight working variables and the schedule of one block. A round leaves the variables where
-// they are; their roles move on by one instead, so round i finds "a" at index -i.
-struct Compression {
-    uint32_t words[kWords];
+// The eight working variables. A round leaves them where they are; their roles move on by one
+// instead, so round i finds "a" at index -i.
+struct Variables {
     uint32_t vars[8];
     uint32_t differed; // where b and c do, which were a and b a round before
 
@@ -65,49 +66,85 @@ struct Compression {
         return vars[(role - I) % 8];
     }
 
-    // Round by round the next words of the schedule take the places of the oldest ones.
     template <size_t I>
-    [[gnu::always_inline]] void extend() {
-        words[I] += small_sigma1(words[(I + 14) % kWords]) + words[(I + 9) % kWords] +
-                    small_sigma0(words[(I + 1) % kWords]);
-    }
-
-    template <size_t I>
-    [[gnu::always_inline]] void round(uint32_t constant) {
+    [[gnu::always_inline]] void round(uint32_t word, uint32_t constant) {
         uint32_t a = var<I>(0), b = var<I>(1);
         uint32_t e = var<I>(4), f = var<I>(5), g = var<I>(6);
-        uint32_t sum = var<I>(7) + constant + words[I] + big_sigma1(e) + (g ^ (e & (f ^ g)));
+        uint32_t sum = var<I>(7) + constant + word + big_sigma1(e) + (g ^ (e & (f ^ g)));
         var<I>(3) += sum;
         uint32_t differ = a ^ b;
         var<I>(7) = sum + big_sigma0(a) + (b ^ (differ & differed));
         differed = differ;
     }
+};
 
-    template <size_t... I>
-    [[gnu::always_inline]] void first_rounds(const Block &block, std::index_sequence<I...>) {
-        ((words[I] = rk::load_be32(block.word(I)), round<I>(kConstants[I])), ...);
+// The words of the schedule in the places of the block's: round by round the next one takes the
+// place of the oldest.
+struct FastRounds {
+    uint32_t words[kWords];
+
+    template <size_t I>
+    [[gnu::always_inline]] uint32_t extended() {
+        return words[I] += small_sigma1(words[(I + 14) % kWords]) + words[(I + 9) % kWords] +
+                           small_sigma0(words[(I + 1) % kWords]);
     }
 
     template <size_t... I>
-    [[gnu::always_inline]] void next_rounds(const uint32_t *constants, std::index_sequence<I...>) {
-        ((extend<I>(), round<I>(constants[I])), ...);
+    [[gnu::always_inline]] void first(Variables &now, const Block &block,
+                                      std::index_sequence<I...>) {
+        ((words[I] = block.be32(I), now.round<I>(words[I], kConstants[I])), ...);
+    }
+
+    template <size_t... I>
+    [[gnu::always_inline]] void next(Variables &now, const uint32_t *constants,
+                                     std::index_sequence<I...>) {
+        (now.round<I>(extended<I>(), constants[I]), ...);
+    }
+
+    [[gnu::always_inline]] void run(Variables &now, const Block &block) {
+        constexpr auto kSixteen = std::make_index_sequence<kWords>();
+        first(now, block, kSixteen);
+        for (size_t i = kWords; i < kRounds; i += kWords) {
+            next(now, kConstants + i, kSixteen);
+        }
+    }
+};
+
+// The whole schedule first, then as many rounds at a time as the roles take to come round: a quarter
+// of the code and, on the router, four instructions in place of three.
+struct SmallRounds {
+    uint32_t words[kRounds];
+
+    template <size_t... I>
+    [[gnu::always_inline]] void eight(Variables &now, size_t start, std::index_sequence<I...>) {
+        (now.round<I>(words[start + I], kConstants[start + I]), ...);
+    }
+
+    void run(Variables &now, const Block &block) {
+        for (size_t i = 0; i < kWords; ++i) {
+            words[i] = block.be32(i);
+        }
+        for (size_t i = kWords; i < kRounds; ++i) {
+            words[i] = small_sigma1(words[i - 2]) + words[i - 7] + small_sigma0(words[i - 15]) +
+                       words[i - 16];
+        }
+        for (size_t i = 0; i < kRounds; i += 8) {
+            eight(now, i, std::make_index_sequence<8>());
+        }
     }
 };
 
 void compress(uint32_t (&state)[8], const uint8_t *data, size_t blocks) {
-    constexpr auto kSixteen = std::make_index_sequence<kWords>();
     for (; blocks != 0; --blocks, data += kBlockSize) {
         Block block(data);
-        Compression now;
+        Variables now;
 #pragma GCC unroll 8
         for (size_t i = 0; i < 8; ++i) {
             now.vars[i] = state[i];
         }
         now.differed = now.vars[1] ^ now.vars[2];
-        now.first_rounds(block, kSixteen);
-        for (size_t i = kWords; i < kRounds; i += kWords) {
-            now.next_rounds(kConstants + i, kSixteen);
-        }
+        std::conditional_t<rk::kForSize, SmallRounds, FastRounds> rounds;
+        rounds.run(now, block);
 #pragma GCC unroll 8
         for (size_t i = 0; i < 8; ++i) {
             state[i] += now.vars[i];

@@ -19,19 +19,22 @@ Value load_native(const uint8_t *bytes) {
 
 inline constexpr bool kBigEndian = std::endian::native == std::endian::big;
 
+// Between a word and what it is on the wire, in either direction.
+constexpr uint32_t swap_be(uint32_t value) {
+    return kBigEndian ? value : __builtin_bswap32(value);
+}
+
+constexpr uint32_t swap_le(uint32_t value) {
+    return kBigEndian ? __builtin_bswap32(value) : value;
+}
+
 inline uint16_t load_be16(const uint8_t *bytes) {
     auto value = load_native<uint16_t>(bytes);
     return kBigEndian ? value : __builtin_bswap16(value);
 }
 
 inline uint32_t load_be32(const uint8_t *bytes) {
-    auto value = load_native<uint32_t>(bytes);
-    return kBigEndian ? value : __builtin_bswap32(value);
-}
-
-inline uint32_t load_le32(const uint8_t *bytes) {
-    auto value = load_native<uint32_t>(bytes);
-    return kBigEndian ? __builtin_bswap32(value) : value;
+    return swap_be(load_native<uint32_t>(bytes));
 }
 
 inline void store_be16(uint8_t *bytes, uint16_t value) {
@@ -40,12 +43,12 @@ inline void store_be16(uint8_t *bytes, uint16_t value) {
 }
 
 inline void store_be32(uint8_t *bytes, uint32_t value) {
-    value = kBigEndian ? value : __builtin_bswap32(value);
+    value = swap_be(value);
     std::memcpy(bytes, &value, sizeof value);
 }
 
 inline void store_le32(uint8_t *bytes, uint32_t value) {
-    value = kBigEndian ? __builtin_bswap32(value) : value;
+    value = swap_le(value);
     std::memcpy(bytes, &value, sizeof value);
 }
 
@@ -63,12 +66,18 @@ class AlignedBlock {
     AlignedBlock(const AlignedBlock &) = delete;
     AlignedBlock &operator=(const AlignedBlock &) = delete;
 
-    [[nodiscard]] const uint8_t *word(size_t index) const {
-        const uint8_t *word = bytes_ + index * sizeof(uint32_t);
-        return static_cast<const uint8_t *>(__builtin_assume_aligned(word, alignof(uint32_t)));
-    }
+    [[nodiscard]] uint32_t be32(size_t index) const { return swap_be(word(index)); }
+    [[nodiscard]] uint32_t le32(size_t index) const { return swap_le(word(index)); }
 
   private:
+    [[nodiscard]] uint32_t word(size_t index) const {
+        uint32_t value;
+        std::memcpy(&value,
+                    __builtin_assume_aligned(bytes_ + index * sizeof value, alignof(uint32_t)),
+                    sizeof value);
+        return value;
+    }
+
     const uint8_t *bytes_;
     alignas(uint32_t) uint8_t copy_[Size];
 };
