@@ -20,6 +20,10 @@ Value load_native(const uint8_t *bytes) {
 inline constexpr bool kBigEndian = std::endian::native == std::endian::big;
 
 // Between a word and what it is on the wire, in either direction.
+constexpr uint16_t swap_be(uint16_t value) {
+    return kBigEndian ? value : __builtin_bswap16(value);
+}
+
 constexpr uint32_t swap_be(uint32_t value) {
     return kBigEndian ? value : __builtin_bswap32(value);
 }
@@ -29,8 +33,7 @@ constexpr uint32_t swap_le(uint32_t value) {
 }
 
 inline uint16_t load_be16(const uint8_t *bytes) {
-    auto value = load_native<uint16_t>(bytes);
-    return kBigEndian ? value : __builtin_bswap16(value);
+    return swap_be(load_native<uint16_t>(bytes));
 }
 
 inline uint32_t load_be32(const uint8_t *bytes) {
@@ -38,7 +41,7 @@ inline uint32_t load_be32(const uint8_t *bytes) {
 }
 
 inline void store_be16(uint8_t *bytes, uint16_t value) {
-    value = kBigEndian ? value : __builtin_bswap16(value);
+    value = swap_be(value);
     std::memcpy(bytes, &value, sizeof value);
 }
 

@@ -11,6 +11,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "support/bytes.h"
 #include "support/owning.h"
 
 namespace rk {
@@ -19,8 +20,8 @@ namespace rk {
 inline sockaddr_in inet_endpoint(uint32_t address, uint16_t port) {
     sockaddr_in endpoint = {};
     endpoint.sin_family = AF_INET;
-    endpoint.sin_port = htons(port);
-    endpoint.sin_addr.s_addr = htonl(address);
+    endpoint.sin_port = swap_be(port);
+    endpoint.sin_addr.s_addr = swap_be(address);
     return endpoint;
 }
 

@@ -35,6 +35,8 @@ class TextWriter {
         return *this;
     }
 
+    TextWriter &append(const char *text) { return append(std::string_view(text)); }
+
     TextWriter &append(char character) { return append(std::string_view(&character, 1)); }
 
     TextWriter &append_decimal(long number) {

@@ -1,8 +1,6 @@
 // The files of one connection, for the library's own use: the host's strf slots stay untouched.
 #pragma once
 
-#include <string_view>
-
 #include <routerkit/files.h>
 
 #include "support/text_buffer.h"
@@ -12,7 +10,7 @@ namespace rk {
 inline constexpr unsigned kLastWanIndex = 8; // connections are numbered from 1
 inline constexpr int kTypePppoe = 3;
 inline constexpr size_t kIfNameText = 20; // interface names and addresses: 19 characters are read
-inline constexpr std::string_view kWanRoot = "/var/wan/";
+inline constexpr const char *kWanRoot = "/var/wan/";
 
 // Holds the name of the attached modem's interface; there is no such file without a modem.
 inline constexpr const char *kModemIface = "/tmp/modem-iface";
@@ -37,10 +35,10 @@ class WanFolderName {
 // An attribute file.
 class WanFile {
   public:
-    WanFile(unsigned index, std::string_view name) : WanFile(WanFolderName(index).c_str(), name) {}
+    WanFile(unsigned index, const char *name) : WanFile(WanFolderName(index).c_str(), name) {}
 
     // The session files stand below the index in decimal, also where the folder has a name.
-    static WanFile of_session(unsigned index, std::string_view name) {
+    static WanFile of_session(unsigned index, const char *name) {
         TextBuffer<16> folder;
         folder.append_decimal(static_cast<int>(index));
         return {folder.c_str(), name};
@@ -62,7 +60,7 @@ class WanFile {
     int text(char *buffer, size_t size) const { return readStrFromFile(path(), buffer, size); }
 
   private:
-    WanFile(std::string_view folder, std::string_view name) {
+    WanFile(const char *folder, const char *name) {
         path_.append(kWanRoot).append(folder).append('/').append(name);
     }
 
