@@ -18,7 +18,7 @@ class ErrnoSaver {
 };
 
 // For `return fail(EINVAL);`: sets errno and gives the usual failure result.
-[[nodiscard]] inline int fail(int error) {
+[[nodiscard, gnu::noinline]] inline int fail(int error) {
     errno = error;
     return -1;
 }
