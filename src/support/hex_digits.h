@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "support/build.h"
+
 namespace rk {
 
 inline constexpr char kHexDigits[] = "0123456789ABCDEF";
@@ -22,7 +24,13 @@ inline constexpr std::array<int8_t, 256> kHexValues = [] {
 }();
 
 inline int hex_value(char character) {
-    return kHexValues[static_cast<uint8_t>(character)];
+    auto code = static_cast<uint8_t>(character);
+    if constexpr (!kForSize) {
+        return kHexValues[code];
+    }
+    int digit = code - '0';
+    int letter = (code | 0x20) - 'a';
+    return digit >= 0 && digit <= 9 ? digit : letter >= 0 && letter <= 5 ? letter + 10 : -1;
 }
 
 inline constexpr int kTextEnds = -256;
