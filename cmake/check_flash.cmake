@@ -19,7 +19,7 @@ set(read_only 0)
 set(writable 0)
 foreach(section IN LISTS sections)
     if(NOT section MATCHES
-            "\\] (\\.[^ ]+) +(PROGBITS|NOBITS|INIT_ARRAY|FINI_ARRAY) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +([WAXMSp]+) ")
+            "\\] (\\.[^ ]+) +(PROGBITS|NOBITS|INIT_ARRAY|FINI_ARRAY) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +([A-Za-z]+) ")
         continue()
     endif()
     math(EXPR size "0x${CMAKE_MATCH_3}")
