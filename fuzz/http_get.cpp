@@ -10,13 +10,14 @@ namespace {
 std::optional<std::string_view> wanted_body(std::string_view reply, size_t room) {
     std::string head(reply.substr(0, 4095));
     rk::ReplyShape shape = rk::look_at_reply(head.data(), head.data() + head.size());
-    auto length = rk::content_length(rk::header_lines(shape, head.data() + head.size()));
-    if (shape.status / 100 != 2 || shape.blank == nullptr || !length ||
+    auto lines = rk::header_lines(shape, head.data() + head.size());
+    int32_t length = rk::content_length(rk::find_header(lines, "Content-Length"));
+    if (shape.status / 100 != 2 || shape.blank == nullptr || length < 0 ||
         head.find("chunked") != std::string::npos) {
         return {};
     }
     reply.remove_prefix(static_cast<size_t>(shape.blank - head.data()) + 4);
-    return reply.substr(0, std::min(*length, room));
+    return reply.substr(0, std::min(static_cast<size_t>(length), room));
 }
 
 } // namespace

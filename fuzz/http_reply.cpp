@@ -58,14 +58,16 @@ void look_at_header(const std::string &reply) {
     fuzz::require(rk::header_lines(shape, end) == lines);
     lab::Fenced fenced(lines);
     for (const char *name : {"A", "Location", "Transfer-Encoding"}) {
-        fuzz::require(rk::find_header(fenced.view(), name) == header(lines, name));
+        std::string_view value = rk::find_header(fenced.view(), name);
+        fuzz::require((value.data() != nullptr) == header(lines, name).has_value());
+        fuzz::require(value == header(lines, name).value_or(""));
     }
     const std::string value = header(lines, "content-LENGTH").value_or("");
     char *rest = nullptr;
     long number = std::strtol(value.c_str(), &rest, 10);
-    auto length = rk::content_length(fenced.view());
-    fuzz::require(length.has_value() == (rest != value.c_str() && number >= 0));
-    fuzz::require(!length || *length == static_cast<size_t>(std::min(number, long{INT32_MAX})));
+    int32_t length = rk::content_length(rk::find_header(fenced.view(), "Content-Length"));
+    fuzz::require((length >= 0) == (rest != value.c_str() && number >= 0));
+    fuzz::require(length < 0 || length == std::min(number, long{INT32_MAX}));
 }
 
 void take_bodies(const std::string &reply) {

@@ -5,8 +5,11 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 
+#include <routerkit/sockets.h>
+
 #include "support/deadline.h"
 #include "support/socket.h"
+#include "support/text_buffer.h"
 
 namespace rk {
 namespace {
@@ -82,24 +85,38 @@ ssize_t receive_once(int fd, char *buffer, size_t room, int limit) {
     return retry_eintr([&] { return ::recv(fd, buffer, room, 0); });
 }
 
-bool write_post(PostRequest &request, const char *host, const char *path, const char *body) {
-    if (has_line_end(host) || has_line_end(path)) {
-        errno = EINVAL;
-        return false;
+namespace {
+
+// Of a request's bytes. A NUL counts, too.
+constexpr size_t kRequestRoom = 65535;
+using Request = TextBuffer<kRequestRoom>;
+
+int write_post(Request &request, const Post &post) {
+    if (has_line_end(post.host) || has_line_end(post.path)) {
+        return fail(EINVAL);
     }
-    std::string_view content(body);
-    request.append("POST ")
-        .append(path)
-        .append(" HTTP/1.1\r\nHost: ")
-        .append(host)
-        .append("\r\nContent-type: application/x-www-form-urlencoded\r\nContent-length: ")
-        .append_decimal(static_cast<long>(content.size()))
-        .append("\r\n\r\n")
-        .append(content);
-    if (request.cut()) {
-        errno = ENOBUFS;
+    return request.format("POST %s HTTP/1.1\r\n"
+                          "Host: %s\r\n"
+                          "Content-type: application/x-www-form-urlencoded\r\n"
+                          "Content-length: %zu\r\n\r\n%s",
+                          post.path, post.host, std::strlen(post.body), post.body)
+               ? 0
+               : fail(ENOBUFS);
+}
+
+} // namespace
+
+ssize_t exchange(const Post &post) {
+    Request request;
+    if (write_post(request, post) != 0) {
+        return kNotSent;
     }
-    return !request.cut();
+    UniqueFd fd(post.limit == kNoLimit ? connect_to(post.host, post.port)
+                                       : socket_connect(post.host));
+    if (!fd || !send_all(fd.get(), request.view(), post.limit)) {
+        return kNotSent;
+    }
+    return receive_once(fd.get(), post.reply, post.room, post.limit);
 }
 
 } // namespace rk

@@ -7,8 +7,6 @@
 
 #include <sys/types.h>
 
-#include "support/text_buffer.h"
-
 namespace rk {
 
 // A connection to a port of a host that the system's resolver knows, or -1.
@@ -27,11 +25,21 @@ inline bool has_line_end(const char *text) {
     return text[std::strcspn(text, "\r\n")] != '\0';
 }
 
-// For requests, batches of calls and raw replies, a NUL included in the texts.
-constexpr size_t kPostRoom = 65535;
-using PostRequest = TextBuffer<kPostRoom>;
+// A POST request, and where the first of the reply goes.
+struct Post {
+    const char *host;
+    int port;  // with kNoLimit
+    int limit; // kTransferLimit comes with the port and the limits of socket_connect
+    const char *path;
+    const char *body;
+    char *reply;
+    size_t room;
+};
 
-// False with EINVAL for a line end in host or path, with ENOBUFS for a request that does not fit.
-bool write_post(PostRequest &request, const char *host, const char *path, const char *body);
+constexpr ssize_t kNotSent = -2;
+
+// The number of bytes that one receive brings, or -1. kNotSent when it did not come to that: with
+// EINVAL for a line end in host or path, with ENOBUFS for a request of more than 65534 bytes.
+ssize_t exchange(const Post &post);
 
 } // namespace rk

@@ -9,8 +9,10 @@
 
 #include "http/exchange.h"
 #include "http/http_reply.h"
+#include "support/lines.h"
 #include "support/log.h"
 #include "support/owning.h"
+#include "support/text_buffer.h"
 
 using rk::retry_eintr;
 using rk::UniqueFd;
@@ -19,7 +21,7 @@ namespace {
 
 constexpr int kMaxRedirects = 10;
 
-using GetRequest = rk::TextBuffer<5000>;
+using Request = rk::TextBuffer<5000>;
 
 // Whom a URL names.
 struct Server {
@@ -40,42 +42,35 @@ struct Server {
         return failed(step);
     }
 
-    char host[64];
     int port;
+    char host[64];
 };
 
 // The head of a reply, and the first bytes of the body that arrived with it.
 struct Head {
-    char text[4096];
-    size_t size = 0;
+    size_t size;
     rk::ReplyShape shape;
+    char text[4096];
 
     [[nodiscard]] char *end() { return text + size; }
-    [[nodiscard]] std::string_view lines() { return rk::header_lines(shape, end()); }
 
-    // The start of the body; empty too when the head has no end.
-    [[nodiscard]] std::string_view rest() {
-        char *start = shape.blank != nullptr ? shape.blank + 4 : end();
-        return {start, static_cast<size_t>(end() - start)};
+    [[nodiscard]] std::string_view header(const char *name) {
+        return rk::find_header(rk::header_lines(shape, end()), name);
     }
 
     // Up to the blank line, the connection's end, 4095 bytes, or a line that is no status line.
     bool receive(int fd) {
-        shape = {};
-        for (size = 0; size < sizeof text - 1 && shape.blank == nullptr;) {
-            ssize_t count = ::recv(fd, end(), sizeof text - 1 - size, 0);
+        ssize_t count;
+        size = 0;
+        do {
+            count = ::recv(fd, end(), sizeof text - 1 - size, 0);
             if (count < 0 && errno != EINTR && errno != EAGAIN) {
                 return false;
             }
-            if (count == 0) {
-                break;
-            }
             size += count > 0 ? static_cast<size_t>(count) : 0;
             shape = rk::look_at_reply(text, end());
-            if (shape.line_end != nullptr && shape.status < 0) {
-                break;
-            }
-        }
+        } while (count != 0 && size < sizeof text - 1 && shape.blank == nullptr &&
+                 (shape.line_end == nullptr || shape.status >= 0));
         return true;
     }
 };
@@ -86,46 +81,60 @@ struct Body {
     size_t room;
 };
 
-// What stands in the request line for a URL's path and query, without the fragment.
-void append_target(GetRequest &request, const char *path) {
-    if (std::strchr("?#", *path) != nullptr) { // or nothing at all
-        request.append("/");
+// A null cookie is none, as an empty one.
+int write_get(Request &request, const Server &server, const char *url, const char *cookie) {
+    const char *path = url_getpath(url); // with the query, and the fragment, which is not sent
+    cookie = cookie != nullptr ? cookie : "";
+    bool has_cookie = *cookie != '\0';
+    if (rk::has_line_end(server.host) || rk::has_line_end(path) || rk::has_line_end(cookie)) {
+        return rk::fail(EINVAL);
     }
-    request.append(std::string_view(path, std::strcspn(path, "#")));
+    bool starts_with_name = std::strchr("?#", *path) == nullptr; // which would find the NUL, too
+    return request.format("GET %s%.*s HTTP/1.1\r\n"
+                          "Host: %s\r\n"
+                          "Accept: */*\r\n"
+                          "Accept-Encoding: identity\r\n"
+                          "Connection: close\r\n"
+                          "%s%s%s\r\n",
+                          starts_with_name ? "" : "/", static_cast<int>(std::strcspn(path, "#")),
+                          path, server.host, has_cookie ? "Cookie: " : "", cookie,
+                          has_cookie ? "\r\n" : "")
+               ? 0
+               : rk::fail(ENOBUFS);
 }
 
-bool write_get(GetRequest &request, const Server &server, const char *url, const char *cookie) {
-    const char *path = url_getpath(url);
-    bool has_cookie = cookie != nullptr && *cookie != '\0';
-    if (rk::has_line_end(server.host) || rk::has_line_end(path) ||
-        (has_cookie && rk::has_line_end(cookie))) {
-        errno = EINVAL;
-        return false;
+// A connection that the request has gone out on; or -1, which is logged. On its own because the
+// stack need not hold the request any longer.
+[[gnu::noinline]] int send_get(const Server &server, const char *url, const char *cookie) {
+    Request request;
+    if (server.host[0] == '\0') {
+        return server.failed("failed to connect to", EINVAL);
     }
-    request.append("GET ");
-    append_target(request, path);
-    request.append(" HTTP/1.1\r\nHost: ")
-        .append(server.host)
-        .append("\r\nAccept: */*\r\nAccept-Encoding: identity\r\nConnection: close\r\n");
-    if (has_cookie) {
-        request.append("Cookie: ").append(cookie).append("\r\n");
+    if (write_get(request, server, url, cookie) != 0) {
+        return server.failed("failed to send request to");
     }
-    request.append("\r\n");
-    if (request.cut()) {
-        errno = ENOBUFS;
+    UniqueFd fd(rk::connect_to(server.host, server.port));
+    if (!fd) {
+        return server.failed("failed to connect to");
     }
-    return !request.cut();
+    if (!rk::send_all(fd.get(), request.view(), rk::kNoLimit)) {
+        return server.failed("failed to send request to");
+    }
+    return fd.release();
 }
 
-// No value is longer than the head, for which the caller's buffer has room.
-void take_cookie(std::string_view lines, char *cookie) {
-    std::optional<std::string_view> value = rk::find_header(lines, "Set-Cookie");
-    if (cookie != nullptr && value) {
-        const char *end = value->data() + value->size();
-        const char *semicolon = memechr(value->data(), end, ';');
-        auto length = static_cast<size_t>((semicolon != nullptr ? semicolon : end) - value->data());
-        std::memcpy(cookie, value->data(), length);
-        cookie[length] = '\0';
+// The first of the attributes is the cookie itself. No value is longer than the head, for which the
+// caller's buffer has room.
+void take_cookie(Head &head, char *cookie) {
+    std::string_view value = head.header("Set-Cookie");
+    if (value.data() != nullptr) {
+        for (char character : value) {
+            if (character == ';') {
+                break;
+            }
+            *cookie++ = character;
+        }
+        *cookie = '\0';
     }
 }
 
@@ -145,29 +154,33 @@ size_t receive_all(int fd, char *bytes, size_t wanted) {
 
 // The whole body as it was sent: its length, or -1.
 ssize_t receive_body(int fd, Head &head, const Body &body) {
-    size_t held = std::min(head.rest().size(), body.room);
-    std::memcpy(body.bytes, head.rest().data(), held);
-    std::optional<size_t> length = rk::content_length(head.lines());
     if (head.shape.blank == nullptr) {
         return 0;
     }
-    if (length) {
-        size_t wanted = std::min(*length, body.room);
-        held = std::min(held, wanted);
-        return static_cast<ssize_t>(held + receive_all(fd, body.bytes + held, wanted - held));
+    const char *start = head.shape.blank + 4;
+    size_t held = std::min(static_cast<size_t>(head.end() - start), body.room);
+    std::memcpy(body.bytes, start, held);
+    int32_t length = rk::content_length(head.header("Content-Length"));
+    if (length < 0) {
+        ssize_t count = rk::receive_once(fd, body.bytes + held, body.room - held, rk::kNoLimit);
+        return count < 0 ? -1 : static_cast<ssize_t>(held) + count;
     }
-    ssize_t count = rk::receive_once(fd, body.bytes + held, body.room - held, rk::kNoLimit);
-    return count < 0 ? -1 : static_cast<ssize_t>(held) + count;
+    size_t wanted = std::min(static_cast<size_t>(length), body.room);
+    held = std::min(held, wanted);
+    return static_cast<ssize_t>(held + receive_all(fd, body.bytes + held, wanted - held));
 }
 
 int take_body(int fd, Head &head, const Body &body, char *cookie, const Server &server) {
-    take_cookie(head.lines(), cookie);
+    if (cookie != nullptr) {
+        take_cookie(head, cookie);
+    }
     ssize_t length = receive_body(fd, head, body);
     if (length < 0) {
         return server.failed("failed to recv content from");
     }
-    std::optional<std::string_view> encoding = rk::find_header(head.lines(), "Transfer-Encoding");
-    if (encoding && *encoding == "chunked") {
+    constexpr std::string_view kChunked = "chunked";
+    std::string_view encoding = head.header("Transfer-Encoding");
+    if (encoding.size() == kChunked.size() && rk::has_prefix(encoding, kChunked)) {
         length = rk::unchunk(body.bytes, static_cast<size_t>(length));
     }
     if (length >= 0) {
@@ -177,52 +190,15 @@ int take_body(int fd, Head &head, const Body &body, char *cookie, const Server &
 }
 
 // The target of a redirect, inside the head, where it may be cut: nothing else is read from it.
+// Null for none.
 const char *take_location(Head &head) {
-    std::optional<std::string_view> value = rk::find_header(head.lines(), "Location");
-    if (!value) {
+    std::string_view value = head.header("Location");
+    if (value.data() == nullptr) {
         return nullptr;
     }
-    char *location = head.text + (value->data() - head.text);
-    location[value->size()] = '\0';
+    char *location = head.text + (value.data() - head.text);
+    location[value.size()] = '\0';
     return location;
-}
-
-// One request and its reply: the result, or the URL to go on with in `location`.
-int get_once(const Server &server, const char *url, const Body &body, char *cookie, Head &head,
-             const char **location) {
-    GetRequest request;
-    if (server.host[0] == '\0') {
-        return server.failed("failed to connect to", EINVAL);
-    }
-    if (!write_get(request, server, url, cookie)) {
-        return server.failed("failed to send request to");
-    }
-    UniqueFd fd(rk::connect_to(server.host, server.port));
-    if (!fd) {
-        return server.failed("failed to connect to");
-    }
-    if (!rk::send_all(fd.get(), request.view(), rk::kNoLimit)) {
-        return server.failed("failed to send request to");
-    }
-    if (!head.receive(fd.get())) {
-        return server.failed("failed to recv header from");
-    }
-    int status = head.shape.status;
-    if (status < 0) {
-        return server.failed("invalid answer from", EPROTO);
-    }
-    if (status / 100 == 2) {
-        return take_body(fd.get(), head, body, cookie, server);
-    }
-    if (status / 100 == 3) {
-        *location = take_location(head);
-    } else {
-        rk::TextBuffer<16> step;
-        step.format("%03d from", status);
-        server.failed(step.c_str(), EREMOTEIO);
-    }
-    errno = EREMOTEIO;
-    return -status;
 }
 
 } // namespace
@@ -233,13 +209,35 @@ int http_get(const char *url, char *buf, size_t size, char *cookie) {
     }
     Body body = {buf, std::min(size - 1, size_t{INT32_MAX})};
     Head head;
-    for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {
-        const char *location = nullptr;
-        int result = get_once(Server(url), url, body, cookie, head, &location);
-        if (location == nullptr) {
-            return result;
+    for (int redirects = 0;; ++redirects) {
+        Server server(url);
+        if (redirects > kMaxRedirects) {
+            return server.failed("failed to connect to", ELOOP);
         }
-        url = location;
+        UniqueFd fd(send_get(server, url, cookie));
+        if (!fd) {
+            return -1;
+        }
+        if (!head.receive(fd.get())) {
+            return server.failed("failed to recv header from");
+        }
+        int status = head.shape.status;
+        if (status < 0) {
+            return server.failed("invalid answer from", EPROTO);
+        }
+        if (status / 100 == 2) {
+            return take_body(fd.get(), head, body, cookie, server);
+        }
+        if (status / 100 != 3) {
+            rk::TextBuffer<16> step;
+            step.format("%03d from", status);
+            server.failed(step.c_str(), EREMOTEIO);
+            return -status;
+        }
+        url = take_location(head);
+        if (url == nullptr) {
+            errno = EREMOTEIO;
+            return -status;
+        }
     }
-    return Server(url).failed("failed to connect to", ELOOP);
 }

@@ -1,5 +1,6 @@
 #include "http/http_reply.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -10,7 +11,6 @@
 
 #include "support/errno.h"
 #include "support/hex_digits.h"
-#include "support/lines.h"
 
 namespace rk {
 namespace {
@@ -22,78 +22,68 @@ std::string_view between(const char *start, const char *end) {
     return {start, static_cast<size_t>(end - start)};
 }
 
-void skip_spaces(std::string_view &text) {
-    while (!text.empty() && text.front() == ' ') {
-        text.remove_prefix(1);
-    }
-}
-
 // The number that a text starts with, as atoi reads it: white space and a sign may stand before it.
-// Held within 32 bits; none without a digit.
-std::optional<int32_t> leading_number(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())) != 0) {
-        text.remove_prefix(1);
+// Held within 32 bits; negative, too, without a digit.
+int32_t leading_number(const char *pos, const char *end) {
+    while (pos < end && std::isspace(static_cast<unsigned char>(*pos)) != 0) {
+        ++pos;
     }
-    bool negative = has_prefix(text, "-");
-    if (negative || has_prefix(text, "+")) {
-        text.remove_prefix(1);
+    bool negative = pos < end && *pos == '-';
+    if (pos < end && (*pos == '-' || *pos == '+')) {
+        ++pos;
     }
-    if (text.empty() || std::isdigit(static_cast<unsigned char>(text.front())) == 0) {
-        return std::nullopt;
+    constexpr uint32_t kMost = INT32_MAX;
+    const char *digits = pos;
+    uint32_t number = 0;
+    for (; pos < end && *pos >= '0' && *pos <= '9'; ++pos) {
+        auto digit = static_cast<uint32_t>(*pos - '0');
+        number = number <= kMost / kBase ? number * kBase + digit : UINT32_MAX;
     }
-    int64_t number = 0;
-    for (char digit : text) {
-        if (digit < '0' || digit > '9') {
-            break;
-        }
-        number = number * kBase + (digit - '0');
-        number = number < INT32_MAX ? number : INT32_MAX;
+    if (pos == digits) {
+        return -1;
     }
-    return static_cast<int32_t>(negative ? -number : number);
+    auto held = static_cast<int32_t>(std::min(number, kMost));
+    return negative ? -held : held;
 }
 
-int status_of(std::string_view line) {
-    constexpr std::string_view kVersion = "HTTP/1.";
-    if (!has_prefix(line, kVersion)) {
+// Of a line that has its CR LF, or a NUL, at its end.
+int status_of(const char *line, const char *end) {
+    constexpr char kVersion[] = "HTTP/1.";
+    constexpr size_t kLength = sizeof kVersion - 1;
+    if (std::strncmp(line, kVersion, kLength) != 0 ||
+        (line[kLength] != '0' && line[kLength] != '1')) {
         return -1;
     }
-    line.remove_prefix(kVersion.size());
-    if (!has_prefix(line, "0") && !has_prefix(line, "1")) {
-        return -1;
-    }
-    line.remove_prefix(1);
-    int code = leading_number(line).value_or(-1);
+    int code = leading_number(line + kLength + 1, end);
     return code >= 100 && code <= 999 ? code : -1;
 }
 
-bool same_name(std::string_view left, std::string_view right) {
-    return left.size() == right.size() &&
-           ::strncasecmp(left.data(), right.data(), left.size()) == 0;
-}
-
-// The size that a chunk's line starts with, 0 without a digit; none above 32 bits.
-std::optional<uint32_t> chunk_size(std::string_view line) {
-    uint64_t size = 0;
-    for (char digit : line) {
-        if (hex_value(digit) < 0) {
-            break;
-        }
-        size = size * 16 + static_cast<uint64_t>(hex_value(digit));
-        if (size > UINT32_MAX) {
-            return std::nullopt;
-        }
+// The size that a chunk's line starts with, 0 without a digit; UINT32_MAX, too, for a larger one.
+uint32_t chunk_size(const char *pos, const char *end) {
+    uint32_t size = 0;
+    for (; pos < end && hex_value(*pos) >= 0; ++pos) {
+        size = size >> 28 == 0 ? size << 4 | static_cast<uint32_t>(hex_value(*pos)) : UINT32_MAX;
     }
-    return static_cast<uint32_t>(size);
+    return size;
 }
 
 } // namespace
 
 ReplyShape look_at_reply(char *reply, char *end) {
-    ReplyShape shape;
-    shape.line_end = memestr(reply, end, "\r\n");
+    ReplyShape shape = {-1, memestr(reply, end, "\r\n"), nullptr};
     if (shape.line_end != nullptr) {
-        shape.status = status_of(between(reply, shape.line_end));
+        shape.status = status_of(reply, shape.line_end);
         shape.blank = memestr(shape.line_end, end, "\r\n\r\n");
+    }
+    return shape;
+}
+
+ReplyShape split_reply(char *reply, size_t size) {
+    char *end = reply + size;
+    *end = '\0';
+    ReplyShape shape = look_at_reply(reply, end);
+    if (shape.line_end != nullptr) {
+        *shape.line_end = '\0';
     }
     return shape;
 }
@@ -111,9 +101,10 @@ std::string_view header_lines(const ReplyShape &shape, const char *end) {
     return between(start, end);
 }
 
-std::optional<std::string_view> find_header(std::string_view lines, std::string_view name) {
+std::string_view find_header(std::string_view lines, const char *name) {
     const char *pos = lines.data();
     const char *end = pos + lines.size();
+    size_t length = std::strlen(name);
     for (int count = 0; count < kMaxHeaderLines && pos < end; ++count) {
         const char *line_end = memestr(pos, end, "\r\n");
         const char *next = line_end != nullptr ? line_end + 2 : end;
@@ -122,20 +113,20 @@ std::optional<std::string_view> find_header(std::string_view lines, std::string_
         if (colon == nullptr) {
             break;
         }
-        if (same_name(between(pos, colon), name)) {
-            std::string_view value = between(colon + 1, line_end);
-            skip_spaces(value);
-            return value;
+        if (static_cast<size_t>(colon - pos) == length && ::strncasecmp(pos, name, length) == 0) {
+            const char *value = colon + 1;
+            while (value < line_end && *value == ' ') {
+                ++value;
+            }
+            return between(value, line_end);
         }
         pos = next;
     }
-    return std::nullopt;
+    return {};
 }
 
-std::optional<size_t> content_length(std::string_view lines) {
-    std::optional<std::string_view> value = find_header(lines, "Content-Length");
-    std::optional<int32_t> length = value ? leading_number(*value) : std::nullopt;
-    return length && *length >= 0 ? std::optional(static_cast<size_t>(*length)) : std::nullopt;
+int32_t content_length(std::string_view value) {
+    return leading_number(value.data(), value.data() + value.size());
 }
 
 int unchunk(char *body, size_t size) {
@@ -149,17 +140,16 @@ int unchunk(char *body, size_t size) {
         }
         char *data = line_end + 2;
         auto left = static_cast<size_t>(end - data);
-        std::optional<uint32_t> length = chunk_size(between(pos, line_end));
-        if (length && *length == 0 && left != 0) {
+        size_t length = chunk_size(pos, line_end);
+        if (length == 0 && left != 0) {
             break;
         }
-        if (!length || left < 2 || *length > left - 2 ||
-            std::memcmp(data + *length, "\r\n", 2) != 0) {
+        if (left < 2 || length > left - 2 || std::memcmp(data + length, "\r\n", 2) != 0) {
             return fail(EPROTO);
         }
-        std::memmove(out, data, *length);
-        out += *length;
-        pos = data + *length + 2;
+        std::memmove(out, data, length);
+        out += length;
+        pos = data + length + 2;
     } while (pos < end);
     return static_cast<int>(out - body);
 }
@@ -167,23 +157,19 @@ int unchunk(char *body, size_t size) {
 } // namespace rk
 
 int http_response_code(const char *line) {
-    return rk::status_of(line);
+    return rk::status_of(line, line + std::strlen(line));
 }
 
 int http_post_response(char *reply, size_t len, char **body_out) {
     if (len == 0) {
         return rk::fail(EPROTO);
     }
-    char *end = reply + len;
-    *end = '\0';
-    rk::ReplyShape shape = rk::look_at_reply(reply, end);
-    if (shape.line_end != nullptr) {
-        *shape.line_end = '\0';
-    }
+    rk::ReplyShape shape = rk::split_reply(reply, len);
     if (shape.status < 0) {
         return rk::fail(EPROTO);
     }
     auto in_line_end = [](char character) { return character == '\r' || character == '\n'; };
+    char *end = reply + len;
     char *body = shape.blank;
     if (body != nullptr) {
         // The blank line may start with the status line's end, which is cut by now.

@@ -7,14 +7,13 @@
 #include <ctime>
 
 #include <routerkit/http.h>
-#include <routerkit/sockets.h>
 
 #include "http/exchange.h"
 #include "http/http_reply.h"
-#include "support/owning.h"
+#include "support/errno.h"
+#include "support/text_buffer.h"
 
 using rk::fail;
-using rk::UniqueFd;
 
 static_assert(offsetof(jsonrpc_req_t, result) == 3 * sizeof(void *) &&
               offsetof(jsonrpc_client_t, status) == 3 * sizeof(void *) + 4);
@@ -22,9 +21,11 @@ static_assert(offsetof(jsonrpc_req_t, result) == 3 * sizeof(void *) &&
 namespace {
 
 constexpr const char *kPath = "/rpcform/jsonrpc";
+constexpr size_t kReplyRoom = 65535; // of http_post_request
 constexpr int kOk = 200;
 
-using Batch = rk::TextBuffer<rk::kPostRoom>;
+constexpr size_t kBatchRoom = 65535; // a NUL included
+using Batch = rk::TextBuffer<kBatchRoom>;
 
 // `quote` stands on both sides of the ids.
 bool write_batch(Batch &batch, const jsonrpc_req_t *calls, size_t count, const char *quote) {
@@ -34,21 +35,19 @@ bool write_batch(Batch &batch, const jsonrpc_req_t *calls, size_t count, const c
                      quote, i, quote, calls[i].method, calls[i].params, i + 1 < count ? "," : "");
     }
     batch.append("]\r\n");
-    if (batch.cut()) {
-        errno = ENOBUFS;
-    }
     return !batch.cut();
 }
 
-http_post_t post_of(const char *host, const Batch &batch, char *reply, int32_t reply_size) {
-    http_post_t post = {};
-    post.host = host;
+// Fills in what is still missing in the record, and posts it.
+int post_batch(http_post_t &post, const jsonrpc_req_t *calls, size_t count, const char *quote) {
+    Batch batch;
+    if (!write_batch(batch, calls, count, quote)) {
+        return fail(ENOBUFS);
+    }
     post.path = kPath;
     post.body = batch.c_str();
-    post.body_size = rk::kPostRoom;
-    post.reply = reply;
-    post.reply_size = reply_size;
-    return post;
+    post.body_size = kBatchRoom;
+    return http_post(&post);
 }
 
 int take_error(jsonrpc_req_t &call) {
@@ -106,23 +105,20 @@ void write_single(rk::TextWriter &text, const char *method, const char *params) 
 
 int jsonrpc_call(const char *host, const jsonrpc_req_t *calls, size_t count, char *reply,
                  size_t reply_size) {
-    Batch batch;
-    if (!write_batch(batch, calls, count, "\"")) {
-        return -1;
-    }
-    auto room = static_cast<int32_t>(std::min(reply_size, size_t{INT32_MAX}));
-    http_post_t post = post_of(host, batch, reply, room);
-    return http_post(&post) == 0 ? post.status : -1;
+    http_post_t post = {};
+    post.host = host;
+    post.reply = reply;
+    post.reply_size = static_cast<int32_t>(std::min(reply_size, size_t{INT32_MAX}));
+    return post_batch(post, calls, count, "\"") == 0 ? post.status : -1;
 }
 
 int jsonrpc_call_and_parse(jsonrpc_client_t *client, jsonrpc_req_t *calls, size_t count) {
-    Batch batch;
+    http_post_t post = {};
+    post.host = client->host;
+    post.reply = client->reply;
+    post.reply_size = client->reply_size;
     client->status = -1;
-    if (!write_batch(batch, calls, count, "")) {
-        return -1;
-    }
-    http_post_t post = post_of(client->host, batch, client->reply, client->reply_size);
-    if (http_post(&post) != 0) {
+    if (post_batch(post, calls, count, "") != 0) {
         return -1;
     }
     client->status = post.status;
@@ -138,15 +134,16 @@ int http_post_request(const char *host, int port, const char *method, const char
                       const char *path, char *out, int *out_len) {
     rk::TextBuffer<512> call;
     write_single(call, method, params);
-    rk::PostRequest request;
-    if (!rk::write_post(request, host, path, call.c_str())) {
+    ssize_t count = rk::exchange({.host = host,
+                                  .port = port,
+                                  .limit = rk::kNoLimit,
+                                  .path = path,
+                                  .body = call.c_str(),
+                                  .reply = out,
+                                  .room = kReplyRoom});
+    if (count == rk::kNotSent) {
         return -1;
     }
-    UniqueFd fd(rk::connect_to(host, port));
-    if (!fd || !rk::send_all(fd.get(), request.view(), rk::kNoLimit)) {
-        return -1;
-    }
-    ssize_t count = rk::receive_once(fd.get(), out, rk::kPostRoom, rk::kNoLimit);
     out[std::max(count, ssize_t{0})] = '\0';
     *out_len = static_cast<int>(count);
     return 0;
@@ -156,15 +153,16 @@ int http_post_rpc(const char *host, const char *method, const char *params, char
                   int *out_len) {
     rk::TextBuffer<128> call;
     write_single(call, method, params);
-    rk::PostRequest request;
-    if (!rk::write_post(request, host, kPath, call.c_str())) {
+    ssize_t count = rk::exchange({.host = host,
+                                  .port = 0,
+                                  .limit = rk::kTransferLimit,
+                                  .path = kPath,
+                                  .body = call.c_str(),
+                                  .reply = buf,
+                                  .room = len});
+    if (count == rk::kNotSent) {
         return -1;
     }
-    UniqueFd fd(socket_connect(host));
-    if (!fd || !rk::send_all(fd.get(), request.view(), rk::kTransferLimit)) {
-        return -1;
-    }
-    ssize_t count = rk::receive_once(fd.get(), buf, len, rk::kTransferLimit);
     if (count != 0) {
         *out_len = static_cast<int>(count);
     }
@@ -175,18 +173,13 @@ int get_json_rpc(char *reply, size_t len, char *body, size_t *body_len) {
     if (len == 0) {
         return fail(EPROTO);
     }
-    char *end = reply + len;
-    *end = '\0';
-    rk::ReplyShape shape = rk::look_at_reply(reply, end);
-    if (shape.line_end != nullptr) {
-        *shape.line_end = '\0';
-    }
+    rk::ReplyShape shape = rk::split_reply(reply, len);
     if (shape.status < 0 || shape.blank == nullptr) {
         return fail(EPROTO);
     }
     *shape.blank = '\0';
     const char *start = shape.blank + 4;
-    *body_len = static_cast<size_t>(end - start);
+    *body_len = static_cast<size_t>(reply + len - start);
     std::memcpy(body, start, *body_len);
     return shape.status;
 }
