@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "support/build.h"
 #include "support/bytes.h"
 
 namespace {
@@ -14,18 +15,41 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 // The value of the two characters that may end a text: negative, and zero bits in a group.
 constexpr int8_t kMayEnd = -64;
 
+// 0 for any other character.
+constexpr int look_up(char character) {
+    if (character >= 'A' && character <= 'Z') {
+        return character - 'A';
+    }
+    if (character >= 'a' && character <= 'z') {
+        return character - 'a' + 26;
+    }
+    if (character >= '0' && character <= '9') {
+        return character - '0' + 52;
+    }
+    switch (character) {
+    case '+':
+        return 62;
+    case '/':
+        return 63;
+    case '=':
+    case '\0':
+        return kMayEnd;
+    default:
+        return 0;
+    }
+}
+
+// Several times as fast.
 constexpr std::array<int8_t, 256> kValues = [] {
     std::array<int8_t, 256> values = {};
-    for (int8_t value = 0; value < 64; ++value) {
-        values[static_cast<uint8_t>(kAlphabet[value])] = value;
+    for (int code = 0; code < 256; ++code) {
+        values[static_cast<size_t>(code)] = static_cast<int8_t>(look_up(static_cast<char>(code)));
     }
-    values['='] = kMayEnd;
-    values['\0'] = kMayEnd;
     return values;
 }();
 
 int value_of(char character) {
-    return kValues[static_cast<uint8_t>(character)];
+    return rk::kForSize ? look_up(character) : kValues[static_cast<uint8_t>(character)];
 }
 
 void put_group(char *out, uint32_t bits) {
@@ -92,8 +116,11 @@ void put_padded_group(char *out, const uint8_t *byte, size_t count) {
 
 // Whole groups whose characters are all followed by more, as long as there is room for three bytes.
 // Returns the bytes written and steps over the characters; none is read behind one that may be the
-// text's end.
+// text's end. None in a library built for size, which treats all groups alike.
 size_t decode_whole_groups(uint8_t *out, size_t capacity, const char *&text) {
+    if constexpr (rk::kForSize) {
+        return 0;
+    }
     const char *pos = text;
     uint8_t *to = out;
     for (uint8_t *end = out + capacity / 3 * 3; to != end; to += 3, pos += 4) {
@@ -135,7 +162,7 @@ int b64_encode(char *buffer, size_t size, const void *data, size_t count) {
     size_t whole = std::min(groups, count / 3);
     size_t left = count - 3 * whole;
     bool pad = groups != whole && left != 0;
-    for (; whole > 4; whole -= 4, byte += 12, out += 16) {
+    for (; !rk::kForSize && whole > 4; whole -= 4, byte += 12, out += 16) {
         put_four_groups(out, byte);
     }
     for (; whole != 0; --whole, byte += 3, out += 4) {

@@ -6,6 +6,7 @@
 #include <routerkit/files.h>
 
 #include "codec/text_ring.h"
+#include "support/build.h"
 #include "support/hex_digits.h"
 #include "support/owning.h"
 
@@ -20,6 +21,8 @@ constexpr size_t kBlock = sizeof(Word) / 2;
 // Two bytes at once, all that a word of 32 bits holds, take as many steps as two looks at the
 // digits.
 constexpr bool kBlocksPay = kBlock > 2;
+
+constexpr int kStepsAtOnce = rk::kForSize ? 1 : 2;
 
 constexpr Word in_every_byte(Word value) {
     return ~Word{0} / 255 * value;
@@ -54,7 +57,7 @@ int hex_ntostr(char *buffer, size_t size, const void *bytes, size_t count) {
     size_t fitting = std::min(count, (size - 1) / 2);
     size_t in_blocks = kBlocksPay ? fitting - fitting % kBlock : 0;
     size_t i = 0;
-#pragma GCC unroll 2
+#pragma GCC unroll kStepsAtOnce
     for (; i != in_blocks; i += kBlock) {
         put_hex_block(buffer + 2 * i, byte + i);
     }
@@ -79,7 +82,7 @@ char *hex_ntoa(const void *bytes, size_t count) {
 int hex_aton(void *out, size_t count, const char *text) {
     auto *byte = static_cast<uint8_t *>(out);
     size_t i = 0;
-#pragma GCC unroll 2
+#pragma GCC unroll kStepsAtOnce
     for (; i < count; ++i) {
         int pair = rk::read_hex_pair(text + 2 * i);
         if (pair == rk::kTextEnds) {

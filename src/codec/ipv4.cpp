@@ -1,6 +1,7 @@
 #include <routerkit/conversions.h>
 
 #include "codec/text_ring.h"
+#include "support/build.h"
 #include "support/bytes.h"
 
 namespace {
@@ -53,8 +54,12 @@ const char *parse_any_octet(const char *text, uint8_t &octet) {
 }
 
 // Four octets and the dots between, as nearly every text has them, without detours. Returns where
-// the address ends; null for a text that needs the longer look below.
+// the address ends; null for a text that needs the longer look below, as all do in a library built
+// for size.
 const char *parse_plain(const char *text, uint32_t &address) {
+    if constexpr (rk::kForSize) {
+        return nullptr;
+    }
     uint32_t value = 0;
 #pragma GCC unroll 4
     for (int field = 0; field < 4; ++field) {
@@ -123,14 +128,13 @@ inline char *put_octet(char *out, uint32_t address) {
 }
 
 inline int put_address(char *buffer, uint32_t address) {
-    char *out = put_octet(buffer, address >> 24);
-    *out++ = '.';
-    out = put_octet(out, address >> 16);
-    *out++ = '.';
-    out = put_octet(out, address >> 8);
-    *out++ = '.';
-    out = put_octet(out, address);
-    *out = '\0';
+    char *out = buffer;
+#pragma GCC unroll rk::kForSize ? 1 : 4
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out = put_octet(out, address >> shift);
+        *out++ = '.';
+    }
+    *--out = '\0'; // in place of the last dot
     return static_cast<int>(out - buffer);
 }
 

@@ -1,11 +1,11 @@
 #include <routerkit/conversions.h>
 
 #include <cstring>
-#include <string_view>
 
 #include <routerkit/strings.h>
 
 #include "codec/text_ring.h"
+#include "support/build.h"
 #include "support/hex_digits.h"
 
 namespace {
@@ -15,10 +15,7 @@ constexpr uint8_t kZero[kMacLength] = {};
 
 // The six steps of reading and writing are unrolled below: a quarter to a third of the time goes
 // into the loop otherwise.
-
-bool starts_with(const void *mac, std::string_view prefix) {
-    return std::memcmp(mac, prefix.data(), prefix.size()) == 0;
-}
+constexpr int kStepsAtOnce = rk::kForSize ? 1 : 6;
 
 const uint8_t *as_bytes(const void *mac) {
     return static_cast<const uint8_t *>(mac);
@@ -29,7 +26,7 @@ const uint8_t *as_bytes(const void *mac) {
 int mac_ntostr(char *buffer, const void *mac) {
     const uint8_t *byte = as_bytes(mac);
     char *out = buffer;
-#pragma GCC unroll 6
+#pragma GCC unroll kStepsAtOnce
     for (size_t i = 0; i < kMacLength; ++i) {
         rk::put_hex_pair(out, byte[i]);
         out[2] = ':';
@@ -59,7 +56,7 @@ char *mac_ntoa_2(const void *mac) {
 int mac_aton(void *mac, const char *text) {
     auto *byte = static_cast<uint8_t *>(mac);
     const char *at = text;
-#pragma GCC unroll 6
+#pragma GCC unroll kStepsAtOnce
     for (size_t i = 0; i < kMacLength; ++i) {
         if (i != 0 && (*at == ':' || *at == '-')) [[likely]] {
             ++at;
@@ -92,11 +89,13 @@ int mac_is_multicast(const void *mac) {
 }
 
 int mac_is_ipv4_multicast(const void *mac) {
-    return starts_with(mac, {"\x01\x00\x5e", 3}) ? 1 : 0;
+    const uint8_t *byte = as_bytes(mac);
+    return byte[0] == 0x01 && byte[1] == 0x00 && byte[2] == 0x5e ? 1 : 0;
 }
 
 int mac_is_ipv6_multicast(const void *mac) {
-    return starts_with(mac, "\x33\x33") ? 1 : 0;
+    const uint8_t *byte = as_bytes(mac);
+    return byte[0] == 0x33 && byte[1] == 0x33 ? 1 : 0;
 }
 
 int mac_is_dns_multicast(const void *mac) {
