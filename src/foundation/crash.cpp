@@ -52,7 +52,7 @@ void log_signal(int number, const siginfo_t *info) {
     const rk::SignalRow *signal = rk::find_signal(number);
     const char *cause = rk::find_cause(number, info->si_code);
     if (signal != nullptr) {
-        ::syslog(LOG_DEBUG, "%s(%s): %p", signal->name, cause, info->si_addr);
+        ::syslog(LOG_DEBUG, "SIG%s(%s): %p", signal->name, cause, info->si_addr);
     } else {
         ::syslog(LOG_DEBUG, "Recieved SIGNAL: %d(%s): %p", number, cause, info->si_addr);
     }
@@ -248,7 +248,7 @@ void log_and_go_on(int number, const siginfo_t *info) {
 
 void on_signal(int number, siginfo_t *info, void * /*context*/) {
     const rk::SignalRow *signal = rk::find_signal(number);
-    if (signal != nullptr && signal->fatal) {
+    if (signal != nullptr && signal->fatal != 0) {
         report_and_die(number, info);
     }
     log_and_go_on(number, info);

@@ -1,6 +1,8 @@
 #include "foundation/signal_tables.h"
 
+#include <array>
 #include <csignal>
+#include <string_view>
 
 namespace {
 
@@ -8,13 +10,12 @@ constexpr uint8_t kAny = 0;
 
 struct Cause {
     uint8_t signal;
-    int16_t code;
-    char text[38];
+    int code;
+    std::string_view text;
 };
 
-// Texts in the rows themselves: pointers would have to be relocated at every program's start.
+// SI_USER, of kill and raise, has no row: its cause is never shown.
 constexpr Cause kCauses[] = {
-    {kAny, SI_USER, "by kill or raise"},
     {kAny, SI_KERNEL, "Sent by the kernel"},
     {kAny, SI_QUEUE, "sigqueue"},
     {kAny, SI_TIMER, "POSIX timer expired"},
@@ -57,22 +58,51 @@ constexpr Cause kCauses[] = {
     {SIGPOLL, POLL_HUP, "device disconnected"},
 };
 
+// What the library carries of that table, row after row: the signal, the code less the lowest one,
+// the text and its NUL. Pointers would have to be relocated at every program's start, and rows of
+// one length would all be as long as the longest.
+constexpr int kLowestCode = SI_TKILL;
+constexpr size_t kTextAt = 2;
+
+constexpr size_t packed_size() {
+    size_t size = 0;
+    for (const Cause &cause : kCauses) {
+        size += kTextAt + cause.text.size() + 1;
+    }
+    return size;
+}
+
+constexpr std::array<char, packed_size()> kPackedCauses = [] {
+    std::array<char, packed_size()> rows = {};
+    size_t at = 0;
+    for (const Cause &cause : kCauses) {
+        rows[at] = static_cast<char>(cause.signal);
+        rows[at + 1] = static_cast<char>(cause.code - kLowestCode);
+        at += kTextAt;
+        for (char character : cause.text) {
+            rows[at++] = character;
+        }
+        ++at;
+    }
+    return rows;
+}();
+
 } // namespace
 
 namespace rk {
 
 constinit const SignalRow kSignals[kSignalCount] = {
-    {SIGHUP, true, "SIGHUP"},       {SIGINT, true, "SIGINT"},    {SIGKILL, true, "SIGKILL"},
-    {SIGPIPE, false, "SIGPIPE"},    {SIGQUIT, true, "SIGQUIT"},  {SIGILL, true, "SIGILL"},
-    {SIGABRT, true, "SIGABRT"},     {SIGFPE, true, "SIGFPE"},    {SIGALRM, false, "SIGALRM"},
-    {SIGUSR1, false, "SIGUSR1"},    {SIGUSR2, false, "SIGUSR2"}, {SIGCHLD, false, "SIGCHLD"},
-    {SIGSEGV, true, "SIGSEGV"},     {SIGCONT, false, "SIGCONT"}, {SIGSTOP, true, "SIGSTOP"},
-    {SIGTSTP, false, "SIGTSTP"},    {SIGTTIN, false, "SIGTTIN"}, {SIGTTOU, false, "SIGTTOU"},
-    {SIGBUS, true, "SIGBUS"},       {SIGPOLL, true, "SIGPOLL"},  {SIGPROF, true, "SIGPROF"},
-    {SIGSYS, true, "SIGSYS"},       {SIGTRAP, false, "SIGTRAP"}, {SIGURG, false, "SIGURG"},
-    {SIGVTALRM, true, "SIGVTALRM"}, {SIGXCPU, true, "SIGXCPU"},  {SIGXFSZ, true, "SIGXFSZ"},
-    {SIGIOT, true, "SIGIOT"},       {SIGIO, true, "SIGIO"},      {SIGPWR, true, "SIGPWR"},
-    {SIGWINCH, false, "SIGWINCH"},  {SIGTERM, true, "SIGTERM"},
+    {SIGHUP, true, "HUP"},       {SIGINT, true, "INT"},    {SIGKILL, true, "KILL"},
+    {SIGPIPE, false, "PIPE"},    {SIGQUIT, true, "QUIT"},  {SIGILL, true, "ILL"},
+    {SIGABRT, true, "ABRT"},     {SIGFPE, true, "FPE"},    {SIGALRM, false, "ALRM"},
+    {SIGUSR1, false, "USR1"},    {SIGUSR2, false, "USR2"}, {SIGCHLD, false, "CHLD"},
+    {SIGSEGV, true, "SEGV"},     {SIGCONT, false, "CONT"}, {SIGSTOP, true, "STOP"},
+    {SIGTSTP, false, "TSTP"},    {SIGTTIN, false, "TTIN"}, {SIGTTOU, false, "TTOU"},
+    {SIGBUS, true, "BUS"},       {SIGPOLL, true, "POLL"},  {SIGPROF, true, "PROF"},
+    {SIGSYS, true, "SYS"},       {SIGTRAP, false, "TRAP"}, {SIGURG, false, "URG"},
+    {SIGVTALRM, true, "VTALRM"}, {SIGXCPU, true, "XCPU"},  {SIGXFSZ, true, "XFSZ"},
+    {SIGIOT, true, "IOT"},       {SIGIO, true, "IO"},      {SIGPWR, true, "PWR"},
+    {SIGWINCH, false, "WINCH"},  {SIGTERM, true, "TERM"},
 };
 
 const SignalRow *find_signal(int number) {
@@ -84,16 +114,17 @@ const SignalRow *find_signal(int number) {
 }
 
 const char *find_cause(int number, int code) {
-    const char *text = "?";
-    if (code == 0) { // kill and raise, whose row is never shown
-        return text;
-    }
-    for (const Cause &cause : kCauses) {
-        if (cause.code == code && (cause.signal == kAny || cause.signal == number)) {
-            text = cause.text;
+    const char *row = kPackedCauses.data();
+    while (row != kPackedCauses.data() + kPackedCauses.size()) {
+        const char *text = row + kTextAt;
+        bool is_signal = row[0] == kAny || row[0] == number;
+        if (is_signal && static_cast<uint8_t>(row[1]) + kLowestCode == code) {
+            return text;
+        }
+        for (row = text; *row++ != '\0';) {
         }
     }
-    return text;
+    return "?";
 }
 
 } // namespace rk

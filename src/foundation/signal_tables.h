@@ -7,9 +7,9 @@
 namespace rk {
 
 struct SignalRow {
-    uint8_t number;
-    bool fatal;
-    char name[10];
+    uint8_t number : 7;
+    uint8_t fatal : 1;
+    char name[7]; // less its SIG
 };
 
 inline constexpr size_t kSignalCount = 32;
