@@ -1,13 +1,10 @@
 #include <routerkit/processes.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,14 +13,15 @@
 #include <routerkit/files.h>
 #include <routerkit/strings.h>
 
-#include "support/lines.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
 
 namespace {
 
 constexpr unsigned kBetweenLooks = 10; // ms
-constexpr std::string_view kNameKey = "Name:";
+constexpr char kNameKey[] = "Name:";
+constexpr char kBlanks[] = " \t\n\v\f\r";
+constexpr char kUnlikeStatus[] = " \t\n\v\f\r\\"; // what a name may contain, but not its status
 
 constinit char self_name[33];
 
@@ -62,60 +60,51 @@ class ProcessWalk {
     dirent *entry_ = nullptr;
 };
 
-bool is_blank(char character) {
-    return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
-// The first word behind the Name key of a status text; empty if there is none. A process without a
-// name leaves the next line's key as the first word.
-std::string_view name_in(std::string_view status) {
-    if (!rk::has_prefix(status, kNameKey)) {
-        return {};
+// Cuts the first word behind the Name key out of a status text; null if there is none. A process
+// without a name leaves the next line's key as the first word.
+const char *name_in(char *status) {
+    if (std::strncmp(status, kNameKey, std::strlen(kNameKey)) != 0) {
+        return nullptr;
     }
-    const char *start = std::find_if_not(status.begin() + kNameKey.size(), status.end(), is_blank);
-    const char *end = std::find_if(start, status.end(), is_blank);
-    return {start, static_cast<size_t>(end - start)};
+    char *name = status + std::strlen(kNameKey);
+    name += std::strspn(name, kBlanks);
+    name[std::strcspn(name, kBlanks)] = '\0';
+    return *name != '\0' ? name : nullptr;
 }
 
-// The name that name_in would find in the process's status; empty if it cannot be read. `text` is
+// The name that name_in would find in the process's status; null if it cannot be read. `text` is
 // the room for it.
 //
 // For the first of the status file's sixty lines the kernel would format them all, which is most of
 // what a walk costs. The comm file has the same name, but unescaped, and is missing before Linux
 // 2.6.33: status decides where there could be any difference.
-std::string_view quick_name(const ProcessWalk &process, char (&text)[64]) {
-    int length = process.read("/comm", text, sizeof text);
-    if (length > 1) {
-        std::string_view name(text, static_cast<size_t>(length) - 1); // less the newline
-        bool plain =
-            std::all_of(name.begin(), name.end(), [](char c) { return !is_blank(c) && c != '\\'; });
-        if (plain && text[length - 1] == '\n') {
-            return name;
-        }
+const char *quick_name(const ProcessWalk &process, char (&text)[64]) {
+    int length = process.read("/comm", text, sizeof text) - 1; // less the newline
+    if (length > 0 && std::strcspn(text, kUnlikeStatus) == static_cast<size_t>(length) &&
+        text[length] == '\n') {
+        text[length] = '\0';
+        return text;
     }
-    length = process.read("/status", text, sizeof text);
-    return length < 0 ? std::string_view() : name_in({text, static_cast<size_t>(length)});
+    return process.read("/status", text, sizeof text) < 0 ? nullptr : name_in(text);
 }
 
 // Whether the name is the text, or one of those between the text's bars.
-bool is_listed(std::string_view names, std::string_view name) {
-    size_t at = names.find(name);
-    while (at != std::string_view::npos) {
-        size_t behind = at + name.size();
-        bool starts = at == 0 || names[at - 1] == '|';
-        bool ends = behind == names.size() || names[behind] == '|';
-        if (starts && ends) {
+bool is_listed(const char *names, const char *name) {
+    for (const char *at = names; at != nullptr && (at = std::strstr(at, name)) != nullptr;) {
+        const char *behind = at + std::strlen(name);
+        if ((at == names || at[-1] == '|') && (*behind == '\0' || *behind == '|')) {
             return true;
         }
-        size_t bar = names.find('|', behind);
-        at = bar == std::string_view::npos ? bar : names.find(name, bar);
+        at = std::strchr(behind, '|');
     }
     return false;
 }
 
 // Makes one text of the arguments, each of which ends with a NUL.
 void join_arguments(char *text, int length) {
-    std::replace(text, text + length - 1, '\0', ' ');
+    for (int i = 0; i < length - 1; ++i) {
+        text[i] = text[i] != '\0' ? text[i] : ' ';
+    }
 }
 
 bool is_gone_within(pid_t pid, int sleeps) {
@@ -146,7 +135,7 @@ bool read_stat(unsigned pid, Stat &stat) {
 // The command line, or the name without its parentheses for what has none, as a kernel thread.
 const char *trace_text(unsigned pid, Stat &stat, char (&command)[128]) {
     rk::TextBuffer<32> path;
-    path.append("/proc/").append_decimal(static_cast<long>(pid)).append("/cmdline");
+    path.format("/proc/%u/cmdline", pid);
     int length = readStrFromFile(path.c_str(), command, sizeof command);
     if (length > 0) {
         join_arguments(command, length);
@@ -168,15 +157,12 @@ int find_pid_by_name(const char *name) {
     }
     while (processes.next()) {
         char text[128];
-        int length = processes.read("/status", text, sizeof text);
-        if (length < 0) {
+        const char *found =
+            processes.read("/status", text, sizeof text) < 0 ? nullptr : name_in(text);
+        if (found == nullptr) {
             return -1;
         }
-        std::string_view found = name_in({text, static_cast<size_t>(length)});
-        if (found.empty()) {
-            return -1;
-        }
-        if (found == name) {
+        if (std::strcmp(found, name) == 0) {
             return processes.pid();
         }
     }
@@ -210,8 +196,8 @@ int killall(const char *names, int signal) {
     int count = 0;
     while (processes.next()) {
         char text[64];
-        std::string_view name = quick_name(processes, text);
-        if (!name.empty() && is_listed(names, name) &&
+        const char *name = quick_name(processes, text);
+        if (name != nullptr && is_listed(names, name) &&
             (signal == 0 || ::kill(processes.pid(), signal) == 0)) {
             ++count;
         }
