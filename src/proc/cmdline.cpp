@@ -40,17 +40,15 @@ char *take_target(char *text) {
 char *take_word(char *from) {
     char *to = from;
     char quote = '\0';
-    while (*from != '\0' && (quote != '\0' || *from != ' ')) {
-        bool escapes = *from == '\\' && from[1] != '\0';
-        bool opens = quote == '\0' && (*from == '\'' || *from == '"');
-        if (escapes) {
-            *to++ = from[1];
-            from += 2;
-        } else if (opens || *from == quote) {
-            quote = opens ? *from : '\0';
-            ++from;
+    for (; *from != '\0' && (quote != '\0' || *from != ' '); ++from) {
+        if (*from == '\\' && from[1] != '\0') {
+            *to++ = *++from;
+        } else if (*from == quote) {
+            quote = '\0';
+        } else if (quote == '\0' && (*from == '\'' || *from == '"')) {
+            quote = *from;
         } else {
-            *to++ = *from++;
+            *to++ = *from;
         }
     }
     char *rest = *from == '\0' ? from : from + 1;

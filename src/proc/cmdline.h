@@ -27,9 +27,9 @@ class CommandLine {
     [[nodiscard]] const char *target() const { return target_; } // null without a redirection
 
   private:
-    char text_[2048];
-    char *words_[kWordSlots];
     char *target_ = nullptr;
+    char *words_[kWordSlots];
+    char text_[2048];
 };
 
 } // namespace rk

@@ -9,6 +9,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <routerkit/files.h>
+
 #include "proc/cmdline.h"
 #include "proc/spawn.h"
 #include "support/errno.h"
@@ -27,24 +29,28 @@ namespace {
 constexpr size_t kLogText = 512; // of the logging runner: captured text and words
 
 // Formats a command and starts it; the child's pid, or -1.
-[[gnu::format(printf, 2, 0)]] pid_t exec_cmdf(Streams streams, const char *format, va_list args) {
+[[gnu::format(printf, 2, 0)]] pid_t exec_cmdf(bool quiet, const char *format, va_list args) {
     CommandLine command;
     if (!command.parse(format, args)) {
         return -1;
     }
+    Streams streams;
+    streams.quiet = quiet;
     streams.file = command.target();
     return rk::exec_program(command.words(), streams);
 }
 
 // Fills the buffer from a pipe until that ends or the buffer is full, and terminates the text.
 void read_all(int pipe, char *buffer, size_t size) {
-    size_t used = 0;
-    ssize_t count = 1;
-    while (used < size - 1 && count > 0) {
-        count = retry_eintr([&] { return ::read(pipe, buffer + used, size - 1 - used); });
-        used += count > 0 ? static_cast<size_t>(count) : 0;
+    int count = 1;
+    while (size > 1 && count > 0) {
+        count = safe_read(pipe, buffer, size - 1);
+        if (count > 0) {
+            buffer += count;
+            size -= static_cast<size_t>(count);
+        }
     }
-    buffer[used] = '\0';
+    *buffer = '\0';
 }
 
 // Moves a descriptor above the standard ones, which a child replaces; -1 on failure.
@@ -56,11 +62,10 @@ int above_standard(int fd) {
     return ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-// Starts a command and takes what comes from one of its standard descriptors. The pipe closes
-// before anybody waits for the child: one that goes on writing gets SIGPIPE. The child's pid, or
-// -1.
-pid_t capture(const CommandLine &command, Streams streams, int captured, char *buffer,
-              size_t size) {
+// Starts a command and takes what comes from one of its standard descriptors, streams.pipe_target.
+// The pipe closes before anybody waits for the child: one that goes on writing gets SIGPIPE. The
+// child's pid, or -1.
+pid_t capture(const CommandLine &command, Streams &streams, char *buffer, size_t size) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         return -1;
@@ -71,7 +76,6 @@ pid_t capture(const CommandLine &command, Streams streams, int captured, char *b
         return -1;
     }
     streams.pipe = to.get();
-    streams.pipe_target = captured;
     pid_t pid = rk::exec_from_path(command.words(), streams, "execvp failed");
     to.reset();
     if (pid >= 0) {
@@ -109,17 +113,15 @@ int run_words(const char *const *words, const char *outPath) {
 int cmdf(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf({}, format, args);
+    pid_t pid = exec_cmdf(false, format, args);
     va_end(args);
     return _waitpid(pid);
 }
 
 int qcmdf(const char *format, ...) {
-    Streams streams;
-    streams.quiet = true;
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf(streams, format, args);
+    pid_t pid = exec_cmdf(true, format, args);
     va_end(args);
     return _waitpid(pid);
 }
@@ -127,7 +129,7 @@ int qcmdf(const char *format, ...) {
 pid_t forkcmdf(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf({}, format, args);
+    pid_t pid = exec_cmdf(false, format, args);
     va_end(args);
     return pid;
 }
@@ -147,7 +149,8 @@ int sncmdf(char *buffer, size_t size, const char *format, ...) {
     }
     Streams streams;
     streams.quiet = true;
-    return _waitpid(capture(command, streams, STDOUT_FILENO, buffer, size));
+    streams.pipe_target = STDOUT_FILENO;
+    return _waitpid(capture(command, streams, buffer, size));
 }
 
 int lcmdf(const char *format, ...) {
@@ -161,9 +164,9 @@ int lcmdf(const char *format, ...) {
     }
     Streams streams;
     streams.file = command.target();
-    streams.file_mode = rk::kOutput;
+    streams.pipe_target = STDERR_FILENO;
     char error_text[kLogText];
-    pid_t pid = capture(command, streams, STDERR_FILENO, error_text, sizeof error_text);
+    pid_t pid = capture(command, streams, error_text, sizeof error_text);
     if (pid < 0) {
         return -1;
     }

@@ -17,22 +17,27 @@ namespace {
 
 constexpr size_t kLongestText = 255; // of strf
 
-// A change; failures are logged.
-int iptables_cmd(char letter, const char *table, const char *rule) {
+using Runner = int(const char *format, ...);
+
+[[gnu::noinline]] int run(Runner *runner, char letter, const char *table, const char *rule) {
     if (rule == nullptr) {
         return fail(EINVAL);
     }
-    return table != nullptr ? lcmdf("iptables -t %s -%c %s", table, letter, rule)
-                            : lcmdf("iptables -%c %s", letter, rule);
+    const char *option = " -t ";
+    if (table == nullptr) {
+        option = table = "";
+    }
+    return runner("iptables%s%s -%c %s", option, table, letter, rule);
+}
+
+// A change; failures are logged.
+int iptables_cmd(char letter, const char *table, const char *rule) {
+    return run(lcmdf, letter, table, rule);
 }
 
 // 0 if the rule is there, -1 if that could not be found out.
 int check(const char *table, const char *rule) {
-    if (rule == nullptr) {
-        return fail(EINVAL);
-    }
-    return table != nullptr ? qcmdf("iptables -t %s -C %s", table, rule)
-                            : qcmdf("iptables -C %s", rule);
+    return run(qcmdf, 'C', table, rule);
 }
 
 } // namespace

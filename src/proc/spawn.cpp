@@ -33,9 +33,9 @@ struct Launch {
     char *const *envp;
     bool bin_only;
     const char *complaint;
-    sigset_t mask = {};  // the host's
-    bool copied = false; // the child has a copy of the memory
-    int exec_error = 0;  // what the child reports
+    sigset_t *mask = nullptr; // the host's
+    bool copied = false;      // the child has a copy of the memory
+    int exec_error = 0;       // what the child reports
 };
 
 // glibc's strerror translates, with locks and memory of the host's; the host sets no language for
@@ -109,32 +109,30 @@ void attach(int fd, int target) {
     }
 }
 
-// Attaches an output file to standard output, error or both; its own descriptor ends with the exec.
-void redirect_output(int mode, const char *path) {
+// Attaches an output file to the descriptors from `first` to `last`; its own ends with the exec.
+void redirect_output(const char *path, int first, int last) {
     int fd =
         retry_eintr([&] { return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
     if (fd < 0) {
         give_up(path);
     }
-    if (mode == kBoth || (mode & kOutput) != 0) {
-        attach(fd, STDOUT_FILENO);
-    }
-    if (mode == kBoth || (mode & kError) != 0) {
-        attach(fd, STDERR_FILENO);
+    for (int target = first; target <= last; ++target) {
+        attach(fd, target);
     }
 }
 
 void connect_streams(const Streams &streams) {
     if (streams.quiet) {
-        redirect_output(kError, "/dev/null");
+        redirect_output("/dev/null", STDERR_FILENO, STDERR_FILENO);
     }
     if (streams.close_error) {
         ::close(STDERR_FILENO);
     }
     if (streams.file != nullptr) {
-        redirect_output(streams.file_mode, streams.file);
+        bool error_too = streams.pipe_target != STDERR_FILENO;
+        redirect_output(streams.file, STDOUT_FILENO, error_too ? STDERR_FILENO : STDOUT_FILENO);
     }
-    if (streams.pipe >= 0) {
+    if (streams.pipe != 0) {
         attach(streams.pipe, streams.pipe_target);
     }
 }
@@ -144,7 +142,7 @@ void connect_streams(const Streams &streams) {
     if (launch.bin_only) {
         ::signal(SIGINT, SIG_IGN);
     }
-    ::sigprocmask(SIG_SETMASK, &launch.mask, nullptr);
+    ::sigprocmask(SIG_SETMASK, launch.mask, nullptr);
     connect_streams(launch.streams);
     ::execvpe(launch.file, launch.words, launch.envp);
     int error = errno;
@@ -180,14 +178,15 @@ bool open_may_wait(const char *path) {
 }
 
 pid_t start(Launch &launch) {
-    sigset_t all;
+    sigset_t all, mask;
     ::sigfillset(&all);
-    ::sigprocmask(SIG_SETMASK, &all, &launch.mask);
+    ::sigprocmask(SIG_SETMASK, &all, &mask);
+    launch.mask = &mask;
     launch.copied = kVforkCopies || open_may_wait(launch.streams.file);
     int before = errno;
     pid_t pid = make_child(launch);
     int error = pid < 0 ? errno : before; // errno is memory that the child shares, too
-    ::sigprocmask(SIG_SETMASK, &launch.mask, nullptr);
+    ::sigprocmask(SIG_SETMASK, &mask, nullptr);
     if (launch.exec_error != 0) {
         log_exec_failure(launch);
     }
@@ -205,16 +204,16 @@ char **bin_environment() {
     if (copy == nullptr) {
         return nullptr;
     }
-    size_t path = count;
     for (size_t i = 0; i < count; ++i) {
         copy[i] = environ[i];
-        if (path == count && std::strncmp(copy[i], "PATH=", 5) == 0) {
-            path = i;
-        }
     }
     copy[count] = nullptr;
     copy[count + 1] = nullptr;
-    copy[path] = bin_path;
+    char **path = copy;
+    while (*path != nullptr && std::strncmp(*path, "PATH=", 5) != 0) {
+        ++path;
+    }
+    *path = bin_path;
     return copy;
 }
 

@@ -5,19 +5,13 @@
 
 namespace rk {
 
-// redirect_output's choice of standard descriptors.
-constexpr int kBoth = 0;
-constexpr int kOutput = 2;
-constexpr int kError = 4;
-
 // What becomes of a new program's standard output and error, in this order; inherited by default.
 struct Streams {
-    bool quiet = false;       // standard error goes to /dev/null
-    bool close_error = false; // standard error is closed
-    const char *file = nullptr;
-    int file_mode = kBoth; // what goes to the file
-    int pipe = -1;         // a pipe's write end above the standard descriptors
-    int pipe_target = -1;  // the descriptor that it becomes
+    bool quiet = false;         // standard error goes to /dev/null
+    bool close_error = false;   // standard error is closed
+    const char *file = nullptr; // standard output goes to it, error, too, unless a pipe takes that
+    int pipe = 0;               // a pipe's write end above the standard descriptors; 0: none
+    int pipe_target = 0;        // the descriptor that it becomes
 };
 
 // Starts the program words[0] with PATH=/bin, looked for there unless its name has a slash, and
