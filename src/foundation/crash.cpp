@@ -39,13 +39,25 @@ constinit volatile sig_atomic_t reporter = 0;    // the process whose end is bei
 constinit volatile sig_atomic_t dumping = 0;     // that report has come to its backtrace
 constinit volatile sig_atomic_t quiet_until = 0; // on the clock of get_monotonic_sec
 
-sigset_t all_but_faults() {
+// Blocks everything but faults and the two signals given.
+void shut_out(int how, int number, int other) {
     sigset_t set;
     sigfillset(&set);
     for (int fault : kFaults) {
         sigdelset(&set, fault);
     }
-    return set;
+    sigdelset(&set, number);
+    sigdelset(&set, other);
+    ::sigprocmask(how, &set, nullptr);
+}
+
+using Handler = void(int number, siginfo_t *info, void *context);
+
+int handle(int number, Handler *handler, struct sigaction *before = nullptr) {
+    struct sigaction action = {};
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    return ::sigaction(number, &action, before);
 }
 
 void log_signal(int number, const siginfo_t *info) {
@@ -74,7 +86,7 @@ void leave_things_in_order() {
     std::abort();
 }
 
-void on_overdue(int /*signal*/) {
+void on_overdue(int /*number*/, siginfo_t * /*info*/, void * /*context*/) {
     leave_things_in_order();
     die();
 }
@@ -82,18 +94,7 @@ void on_overdue(int /*signal*/) {
 void limit_report() {
     ::alarm(kReportSeconds);
     ::signal(SIGALRM, SIG_IGN); // forgets one that the host's own timer has sent
-    struct sigaction action = {};
-    action.sa_handler = on_overdue;
-    action.sa_flags = SA_ONSTACK;
-    ::sigaction(SIGALRM, &action, nullptr);
-}
-
-// From here on only a fault, an abort or the end of the time can interrupt the report.
-void shut_out_signals() {
-    sigset_t rest = all_but_faults();
-    sigdelset(&rest, SIGALRM);
-    sigdelset(&rest, SIGABRT);
-    ::sigprocmask(SIG_SETMASK, &rest, nullptr);
+    handle(SIGALRM, on_overdue);
 }
 
 void dump_stack_plainly() {
@@ -121,7 +122,8 @@ void dump_stack_plainly() {
     if (!again) { // the first one's time goes on
         limit_report();
     }
-    shut_out_signals();
+    // From here on only a fault, an abort or the end of the time can interrupt the report.
+    shut_out(SIG_SETMASK, SIGALRM, SIGABRT);
     if (again) {
         die_after_broken_report();
     }
@@ -165,10 +167,7 @@ class Ticker {
   public:
     explicit Ticker(Attempt &attempt) {
         current = &attempt;
-        struct sigaction action = {};
-        action.sa_sigaction = on_tick;
-        action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-        ::sigaction(SIGRTMAX, &action, &before_);
+        handle(SIGRTMAX, on_tick, &before_);
         sigevent event = {};
         event.sigev_notify = SIGEV_THREAD_ID;
         event.sigev_signo = SIGRTMAX;
@@ -204,12 +203,10 @@ class Ticker {
 
 // One handler at a time: another signal's, on the same stack, would meet this one's locks.
 void let_signals_wait() {
-    sigset_t set = all_but_faults();
-    sigdelset(&set, SIGRTMAX);
-    ::sigprocmask(SIG_BLOCK, &set, nullptr);
-    sigemptyset(&set);
-    sigaddset(&set, SIGRTMAX);
-    ::sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    shut_out(SIG_BLOCK, SIGRTMAX, SIGRTMAX);
+    sigset_t tick = {};
+    sigaddset(&tick, SIGRTMAX);
+    ::sigprocmask(SIG_UNBLOCK, &tick, nullptr);
 }
 
 void try_locks() {
@@ -266,12 +263,9 @@ void load_what_the_handler_needs() {
 
 int init_signals() {
     load_what_the_handler_needs();
-    struct sigaction action = {};
-    action.sa_sigaction = on_signal;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     int result = -1;
     for (const rk::SignalRow &signal : rk::kSignals) {
-        result = ::sigaction(signal.number, &action, nullptr);
+        result = handle(signal.number, on_signal);
     }
     return result;
 }

@@ -58,8 +58,9 @@ size_t host_length(const char *host) {
     return std::strcspn(host, ":/?#");
 }
 
+// Prefixes in the rows themselves: pointers would have to be relocated at every program's start.
 struct SchemePort {
-    std::string_view prefix;
+    char prefix[8];
     int port;
 };
 
@@ -186,7 +187,7 @@ int url_getport(const char *url) {
         return std::atoi(behind + 1);
     }
     for (const SchemePort &scheme : kSchemePorts) {
-        if (std::strncmp(url, scheme.prefix.data(), scheme.prefix.size()) == 0) {
+        if (std::strncmp(url, scheme.prefix, std::strlen(scheme.prefix)) == 0) {
             return scheme.port;
         }
     }

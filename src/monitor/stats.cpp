@@ -9,9 +9,6 @@
 #include <routerkit/clocks.h>
 #include <routerkit/files.h>
 
-#include "support/lines.h"
-#include "support/text_buffer.h"
-
 using std::string_view;
 
 static_assert(sizeof(cpu_stat) == 64 && offsetof(cpu_stat, steal) == 56 && sizeof(mem_info) == 24 &&
@@ -23,7 +20,6 @@ namespace {
 
 constexpr size_t kLoadLine = 80;
 constexpr unsigned kCpuIntervalMs = 50;
-constexpr size_t kWordRoom = 100; // of a station table, its terminator included
 
 // In the order of the columns of /proc/stat (proc(5)), which is not the record's.
 constexpr int64_t cpu_stat::*kColumns[] = {
@@ -48,90 +44,90 @@ const char *skip_blanks(const char *text) {
     return text;
 }
 
-// The text up to the next blank.
-string_view word_at(const char *text) {
-    size_t length = 0;
-    while (text[length] != '\0' && !is_blank(text[length])) {
-        ++length;
+// The next blank, or the end of the text.
+const char *skip_word(const char *text) {
+    while (*text != '\0' && !is_blank(*text)) {
+        ++text;
     }
-    return {text, length};
+    return text;
 }
 
-const char *behind(string_view word) {
-    return word.data() + word.size();
+bool begins_with(const char *text, const char *prefix) {
+    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
 // Reads the number that comes next and steps over it; without one changes nothing.
-template <typename Number>
-bool take_number(const char *&text, Number &number) {
+bool take_number(const char *&text, uint64_t &number) {
     const char *digit = skip_blanks(text);
     if (*digit < '0' || *digit > '9') {
         return false;
     }
-    Number value = 0;
+    uint64_t value = 0;
     for (; *digit >= '0' && *digit <= '9'; ++digit) {
-        value = value * 10 + static_cast<Number>(*digit - '0');
+        value = value * 10 + static_cast<unsigned>(*digit - '0');
     }
     number = value;
     text = digit;
     return true;
 }
 
+// The first lines of /proc/meminfo (proc(5)). Keys in the rows themselves: pointers would have to be
+// relocated at every program's start.
+struct Amount {
+    char key[10];
+    uint32_t mem_info::*field;
+};
+
+constexpr Amount kAmounts[] = {
+    {"MemTotal:", &mem_info::total},
+    {"MemFree:", &mem_info::free},
+    {"Buffers:", &mem_info::buffers},
+    {"Cached:", &mem_info::cached},
+};
+
 // Reads "<key> <number> <unit>" and steps over it.
-bool take_amount(const char *&text, string_view key, uint32_t &amount) {
-    if (std::strncmp(text, key.data(), key.size()) != 0) {
+bool take_amount(const char *&text, const Amount &amount, mem_info &out) {
+    if (!begins_with(text, amount.key)) {
         return false;
     }
-    text += key.size();
-    if (!take_number(text, amount)) {
+    text += std::strlen(amount.key);
+    uint64_t number;
+    if (!take_number(text, number)) {
         return false;
     }
-    text = skip_blanks(behind(word_at(skip_blanks(text))));
+    out.*amount.field = static_cast<uint32_t>(number);
+    text = skip_blanks(skip_word(skip_blanks(text)));
     return true;
 }
 
-// A line of a station table: what stands before the colon, and the first word behind it.
-struct Pair {
-    string_view key;
-    string_view value;
-
-    // Takes the next one off the text.
-    bool read(const char *&text) {
-        key = {text, std::strcspn(text, ":")};
-        if (key.empty() || *behind(key) != ':') {
-            return false;
-        }
-        value = word_at(skip_blanks(behind(key) + 1));
-        text = skip_blanks(behind(value));
-        return !value.empty();
-    }
-};
+// What stands behind the first colon; null without one, or with nothing before it.
+const char *behind_key(const char *text) {
+    const char *colon = text + std::strcspn(text, ":");
+    return colon != text && *colon == ':' ? colon + 1 : nullptr;
+}
 
 // The number in "...: <number>)", stepped over; a negative one where there is none.
 int read_station_count(const char *&text) {
-    const char *colon = text + std::strcspn(text, ":");
-    if (colon == text || *colon != ':') {
+    const char *number = behind_key(text);
+    if (number == nullptr) {
         return -1;
     }
     char *end = nullptr;
-    const long count = std::strtol(colon + 1, &end, 10);
-    if (end == colon + 1 || *end != ')') {
+    const long count = std::strtol(number, &end, 10);
+    if (end == number || *end != ')') {
         return -1;
     }
     text = skip_blanks(end + 1);
     return static_cast<int>(count);
 }
 
-void note(sta_info &station, const Pair &pair) {
-    if (pair.key == "rssi") {
-        rk::TextBuffer<kWordRoom> number; // one that does not fit is cut
-        number.append(pair.value);
-        station.rssi = static_cast<int32_t>(std::strtol(number.c_str(), nullptr, 10));
-    } else if (pair.key == "hwaddr") {
+void note(sta_info &station, const char *key, string_view value) {
+    if (begins_with(key, "rssi:")) {
+        station.rssi = static_cast<int32_t>(std::strtol(value.data(), nullptr, 10));
+    } else if (begins_with(key, "hwaddr:")) {
         const size_t room = sizeof station.hwaddr;
         std::memset(station.hwaddr, 0, room);
-        std::memcpy(station.hwaddr, pair.value.data(),
-                    pair.value.size() < room ? pair.value.size() : room);
+        std::memcpy(station.hwaddr, value.data(), value.size() < room ? value.size() : room);
     }
 }
 
@@ -140,7 +136,7 @@ void note(sta_info &station, const Pair &pair) {
 int read_cpuinfo(cpu_stat *out) {
     *out = {};
     char text[512];
-    if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !rk::has_prefix(text, "cpu")) {
+    if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !begins_with(text, "cpu")) {
         return 0;
     }
     const char *columns = text + 3;
@@ -202,12 +198,12 @@ int get_meminfo(mem_info *out) {
         return 0;
     }
     const char *line = text;
-    const bool first_two =
-        take_amount(line, "MemTotal:", out->total) && take_amount(line, "MemFree:", out->free);
-    out->shared = 0;
-    if (first_two && take_amount(line, "Buffers:", out->buffers)) {
-        take_amount(line, "Cached:", out->cached);
+    for (const Amount &amount : kAmounts) {
+        if (!take_amount(line, amount, *out)) {
+            break;
+        }
     }
+    out->shared = 0;
     out->used = out->total - out->free;
     return static_cast<int>(out->used);
 }
@@ -222,17 +218,24 @@ int wlan_procStaInfo(const char *text, sta_info *stations) {
         return -1;
     }
     int current = -1;
-    while (*text != '\0') {
-        Pair pair;
-        if (!pair.read(text)) {
+    while (*text != '\0') { // a key, a colon, and the first word behind it
+        const char *key = text;
+        const char *behind = behind_key(key);
+        if (behind == nullptr) {
             return -1;
         }
-        if (pair.value == "stat_info...") {
+        const char *value = skip_blanks(behind);
+        const string_view word(value, static_cast<size_t>(skip_word(value) - value));
+        if (word.empty()) {
+            return -1;
+        }
+        text = skip_blanks(value + word.size());
+        if (word == "stat_info...") {
             ++current;
         } else if (current < 0) {
             return -1;
         } else if (current < count) {
-            note(stations[current], pair);
+            note(stations[current], key, word);
         }
     }
     return count;
