@@ -33,7 +33,7 @@ constexpr int kQuietSeconds = 5;
 
 // What a broken program raises itself. While one of them is blocked the kernel ends the program
 // there and then, without any handler.
-constexpr int kFaults[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
+constexpr uint8_t kFaults[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
 
 constinit volatile sig_atomic_t reporter = 0;    // the process whose end is being reported
 constinit volatile sig_atomic_t dumping = 0;     // that report has come to its backtrace
@@ -142,8 +142,8 @@ void dump_stack_plainly() {
 // So the locks are tried first, in calls that hold nothing while they wait.
 struct Attempt {
     sigjmp_buf way_out;
-    volatile sig_atomic_t trying_locks;
-    volatile sig_atomic_t ticks;
+    volatile sig_atomic_t trying_locks = 0;
+    volatile sig_atomic_t ticks = 0;
 };
 
 constinit Attempt *volatile current = nullptr;
@@ -167,10 +167,10 @@ class Ticker {
   public:
     explicit Ticker(Attempt &attempt) {
         current = &attempt;
-        handle(SIGRTMAX, on_tick, &before_);
+        handle(signal_, on_tick, &before_);
         sigevent event = {};
         event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = SIGRTMAX;
+        event.sigev_signo = signal_;
         event.sigev_value.sival_ptr = &attempt;
         event.sigev_notify_thread_id = static_cast<pid_t>(::syscall(SYS_gettid));
         running_ = ::timer_create(CLOCK_MONOTONIC, &event, &timer_) == 0;
@@ -186,7 +186,7 @@ class Ticker {
         if (running_) {
             ::timer_delete(timer_);
         }
-        ::sigaction(SIGRTMAX, &before_, nullptr);
+        ::sigaction(signal_, &before_, nullptr);
         current = nullptr;
     }
 
@@ -196,6 +196,7 @@ class Ticker {
     [[nodiscard]] bool running() const { return running_; }
 
   private:
+    const int signal_ = SIGRTMAX; // a call in the C library
     struct sigaction before_;
     timer_t timer_;
     bool running_;
@@ -203,10 +204,11 @@ class Ticker {
 
 // One handler at a time: another signal's, on the same stack, would meet this one's locks.
 void let_signals_wait() {
-    shut_out(SIG_BLOCK, SIGRTMAX, SIGRTMAX);
-    sigset_t tick = {};
-    sigaddset(&tick, SIGRTMAX);
-    ::sigprocmask(SIG_UNBLOCK, &tick, nullptr);
+    const int tick = SIGRTMAX;
+    shut_out(SIG_BLOCK, tick, tick);
+    sigset_t set = {};
+    sigaddset(&set, tick);
+    ::sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 void try_locks() {
@@ -218,7 +220,7 @@ void try_locks() {
 
 // Whether the line was written, and that without delay.
 bool log_unless_stuck(int number, const siginfo_t *info) {
-    Attempt attempt = {};
+    Attempt attempt;
     Ticker ticker(attempt);
     if (!ticker.running() || sigsetjmp(attempt.way_out, 1) != 0) {
         return false;

@@ -11,14 +11,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/io.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
 
 using rk::fail;
 using rk::FormatBuffer;
 using rk::MallocPtr;
+using rk::open_file;
 using rk::retry_eintr;
 using rk::UniqueFd;
+using rk::write_some;
 
 namespace {
 
@@ -27,39 +30,46 @@ constexpr int kAppend = O_WRONLY | O_APPEND | O_CREAT;
 constexpr size_t kLargestTransfer = 0x7ffff000; // what one sendfile moves at most
 constexpr size_t kNumberLength = 15;
 
-class OpenFile : public UniqueFd {
-  public:
-    OpenFile(const char *path, int flags)
-        : UniqueFd(retry_eintr([&] { return ::open(path, flags | O_CLOEXEC, 0666); })) {}
-};
-
 int write_all(const char *path, int flags, const void *buffer, size_t length) {
-    OpenFile file(path, flags);
+    UniqueFd file(open_file(path, flags));
     return file ? safe_write(file.get(), buffer, length) : -1;
 }
 
-bool is_folder(const struct stat &status) {
-    return S_ISDIR(status.st_mode);
+[[gnu::format(printf, 3, 0)]] int vwrite_all(const char *path, int flags, const char *format,
+                                             va_list args) {
+    FormatBuffer text;
+    return text.vformat(format, args) ? write_all(path, flags, text.c_str(), text.size())
+                                      : fail(ENOBUFS);
 }
 
 // Another process may make the same folder between our look and our mkdir.
 bool make_folder(const char *path) {
     struct stat status;
-    if (::stat(path, &status) != 0) {
+    int error = ENOTDIR;
+    bool there = ::stat(path, &status) == 0;
+    if (!there) {
         if (::mkdir(path, 0777) == 0) {
             return true;
         }
-        rk::ErrnoSaver keep;
-        return errno == EEXIST && ::stat(path, &status) == 0 && is_folder(status);
+        error = errno;
+        there = error == EEXIST && ::stat(path, &status) == 0;
     }
-    if (!is_folder(status)) {
-        errno = ENOTDIR;
-        return false;
+    if (there && S_ISDIR(status.st_mode)) {
+        return true;
     }
-    return true;
+    errno = error;
+    return false;
 }
 
 } // namespace
+
+int rk::open_file(const char *path, int flags) {
+    return retry_eintr([&] { return ::open(path, flags | O_CLOEXEC, 0666); });
+}
+
+ssize_t rk::write_some(int fd, const void *buffer, size_t length) {
+    return retry_eintr([&] { return ::write(fd, buffer, length); });
+}
 
 int isFileExist(const char *path) {
     struct stat status;
@@ -75,7 +85,7 @@ int isFileEmpty(const char *path) {
 }
 
 int createFile(const char *path) {
-    OpenFile file(path, kReplace);
+    UniqueFd file(open_file(path, kReplace));
     return file ? 0 : -1;
 }
 
@@ -128,7 +138,7 @@ int mkdirf(const char *format, ...) {
 int safe_write(int fd, const void *buffer, size_t length) {
     const char *from = static_cast<const char *>(buffer);
     for (size_t left = length; left != 0;) {
-        ssize_t written = retry_eintr([&] { return ::write(fd, from, left); });
+        ssize_t written = write_some(fd, from, left);
         if (written < 0) {
             return static_cast<int>(written);
         }
@@ -144,10 +154,7 @@ int writeFmt(int fd, const char *format, ...) {
     va_start(args, format);
     bool fits = text.vformat(format, args);
     va_end(args);
-    if (!fits) {
-        return fail(ENOBUFS);
-    }
-    return static_cast<int>(retry_eintr([&] { return ::write(fd, text.c_str(), text.size()); }));
+    return fits ? static_cast<int>(write_some(fd, text.c_str(), text.size())) : fail(ENOBUFS);
 }
 
 int writeFile(const char *path, const void *buffer, size_t length) {
@@ -159,12 +166,11 @@ int writeStrToFile(const char *path, const char *text) {
 }
 
 int writeFmtToFile(const char *path, const char *format, ...) {
-    FormatBuffer text;
     va_list args;
     va_start(args, format);
-    bool fits = text.vformat(format, args);
+    int result = vwrite_all(path, kReplace, format, args);
     va_end(args);
-    return fits ? writeFile(path, text.c_str(), text.size()) : fail(ENOBUFS);
+    return result;
 }
 
 int writeLineToFile(const char *path, const char *text) {
@@ -186,12 +192,11 @@ int appendStrToFile(const char *path, const char *text) {
 }
 
 int appendFmtToFile(const char *path, const char *format, ...) {
-    FormatBuffer text;
     va_list args;
     va_start(args, format);
-    bool fits = text.vformat(format, args);
+    int result = vwrite_all(path, kAppend, format, args);
     va_end(args);
-    return fits ? appendFile(path, text.c_str(), text.size()) : fail(ENOBUFS);
+    return result;
 }
 
 int appendLineToFile(const char *path, const char *text) {
@@ -203,7 +208,7 @@ int safe_read(int fd, void *buffer, size_t length) {
 }
 
 int readFile(const char *path, void *buffer, size_t length) {
-    OpenFile file(path, O_RDONLY);
+    UniqueFd file(open_file(path, O_RDONLY));
     return file ? safe_read(file.get(), buffer, length) : -1;
 }
 
@@ -265,11 +270,11 @@ char *loadFile(const char *path, size_t *length) {
 }
 
 int copyFile(const char *destination, const char *source) {
-    OpenFile from(source, O_RDONLY);
+    UniqueFd from(open_file(source, O_RDONLY));
     if (!from) {
         return -1;
     }
-    OpenFile to(destination, kReplace);
+    UniqueFd to(open_file(destination, kReplace));
     if (!to) {
         return -1;
     }

@@ -8,6 +8,7 @@
 
 #include <routerkit/files.h>
 
+#include "foundation/io.h"
 #include "support/errno.h"
 #include "support/text_buffer.h"
 
@@ -73,6 +74,5 @@ int _echo(int argc, char **argv, const char *outPath) {
     if (outPath != nullptr) {
         return writeFile(outPath, text.c_str(), text.size());
     }
-    return static_cast<int>(
-        rk::retry_eintr([&] { return ::write(STDOUT_FILENO, text.c_str(), text.size()); }));
+    return static_cast<int>(rk::write_some(STDOUT_FILENO, text.c_str(), text.size()));
 }

@@ -11,6 +11,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "foundation/io.h"
 #include "support/errno.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -56,8 +57,7 @@ void print_error(const char *prefix, int error) {
         line.append(prefix).append(": ");
     }
     line.append(error_text(error)).append('\n');
-    [[maybe_unused]] ssize_t ignored =
-        retry_eintr([&] { return ::write(STDERR_FILENO, line.c_str(), line.size()); });
+    write_some(STDERR_FILENO, line.c_str(), line.size());
 }
 
 // The words of a command, each followed by a space, as far as they fit; the last character is
@@ -111,8 +111,7 @@ void attach(int fd, int target) {
 
 // Attaches an output file to the descriptors from `first` to `last`; its own ends with the exec.
 void redirect_output(const char *path, int first, int last) {
-    int fd =
-        retry_eintr([&] { return ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
+    int fd = open_file(path, O_WRONLY | O_CREAT | O_TRUNC);
     if (fd < 0) {
         give_up(path);
     }
