@@ -30,15 +30,15 @@ constexpr int kAppend = O_WRONLY | O_APPEND | O_CREAT;
 constexpr size_t kLargestTransfer = 0x7ffff000; // what one sendfile moves at most
 constexpr size_t kNumberLength = 15;
 
-int write_all(const char *path, int flags, const void *buffer, size_t length) {
+int write_all(const char *path, const void *buffer, size_t length, int flags) {
     UniqueFd file(open_file(path, flags));
     return file ? safe_write(file.get(), buffer, length) : -1;
 }
 
-[[gnu::format(printf, 3, 0)]] int vwrite_all(const char *path, int flags, const char *format,
-                                             va_list args) {
+[[gnu::format(printf, 2, 0)]] int vwrite_all(const char *path, const char *format, va_list args,
+                                             int flags) {
     FormatBuffer text;
-    return text.vformat(format, args) ? write_all(path, flags, text.c_str(), text.size())
+    return text.vformat(format, args) ? write_all(path, text.c_str(), text.size(), flags)
                                       : fail(ENOBUFS);
 }
 
@@ -158,7 +158,7 @@ int writeFmt(int fd, const char *format, ...) {
 }
 
 int writeFile(const char *path, const void *buffer, size_t length) {
-    return buffer == nullptr ? ::unlink(path) : write_all(path, kReplace, buffer, length);
+    return buffer == nullptr ? ::unlink(path) : write_all(path, buffer, length, kReplace);
 }
 
 int writeStrToFile(const char *path, const char *text) {
@@ -168,7 +168,7 @@ int writeStrToFile(const char *path, const char *text) {
 int writeFmtToFile(const char *path, const char *format, ...) {
     va_list args;
     va_start(args, format);
-    int result = vwrite_all(path, kReplace, format, args);
+    int result = vwrite_all(path, format, args, kReplace);
     va_end(args);
     return result;
 }
@@ -184,7 +184,7 @@ int writeNumToFile(const char *path, long number) {
 }
 
 int appendFile(const char *path, const void *buffer, size_t length) {
-    return buffer == nullptr ? fail(EINVAL) : write_all(path, kAppend, buffer, length);
+    return buffer == nullptr ? fail(EINVAL) : write_all(path, buffer, length, kAppend);
 }
 
 int appendStrToFile(const char *path, const char *text) {
@@ -194,7 +194,7 @@ int appendStrToFile(const char *path, const char *text) {
 int appendFmtToFile(const char *path, const char *format, ...) {
     va_list args;
     va_start(args, format);
-    int result = vwrite_all(path, kAppend, format, args);
+    int result = vwrite_all(path, format, args, kAppend);
     va_end(args);
     return result;
 }

@@ -25,22 +25,22 @@ char short_escape(char character) {
     }
 }
 
-// The whole escape of a character: itself, \c, or three octal digits.
-std::string_view escape(char character, char (&room)[4]) {
-    room[0] = '\\';
-    room[1] = short_escape(character);
-    if (room[1] != '\0') {
-        return {room, 2};
+// Writes the whole escape of a character: itself, \c, or three octal digits. Returns its length.
+size_t escape(char character, char (&out)[4]) {
+    out[0] = '\\';
+    out[1] = short_escape(character);
+    if (out[1] != '\0') {
+        return 2;
     }
     auto byte = static_cast<unsigned char>(character);
     if (byte < ' ') {
-        room[1] = '0';
-        room[2] = static_cast<char>('0' + byte / 8);
-        room[3] = static_cast<char>('0' + byte % 8);
-        return {room, 4};
+        out[1] = '0';
+        out[2] = static_cast<char>('0' + byte / 8);
+        out[3] = static_cast<char>('0' + byte % 8);
+        return 4;
     }
-    room[0] = character;
-    return {room, 1};
+    out[0] = character;
+    return 1;
 }
 
 // Where a URL's host starts; null for no URL.
@@ -115,13 +115,13 @@ char *slashstr(char *destination, size_t size, const char *text) {
     }
     char *last = destination + size - 1;
     for (; *text != '\0'; ++text) {
-        char room[4];
-        std::string_view escaped = escape(*text, room);
-        if (static_cast<size_t>(last - destination) < escaped.size()) {
+        char escaped[4];
+        size_t length = escape(*text, escaped);
+        if (static_cast<size_t>(last - destination) < length) {
             break;
         }
-        std::memcpy(destination, escaped.data(), escaped.size());
-        destination += escaped.size();
+        std::memcpy(destination, escaped, length);
+        destination += length;
     }
     *destination = '\0';
     return destination;

@@ -54,11 +54,12 @@ int circ_write_entry(FILE *stream, const char *text) {
     if (stream == nullptr || entry_size == 0) {
         return fail(EINVAL);
     }
+    const size_t size = entry_size;
     char record[kLargestEntry];
-    std::memset(record, 0, entry_size);
-    rk::TextWriter(record, entry_size).format("%ld, %s", seconds(), text);
-    record[entry_size - 1] = '\n';
-    std::fwrite(record, entry_size, 1, stream);
+    std::memset(record, 0, size);
+    rk::TextWriter(record, size).format("%ld, %s", seconds(), text);
+    record[size - 1] = '\n';
+    std::fwrite(record, size, 1, stream);
     return 0;
 }
 
@@ -68,14 +69,15 @@ long circ_find_last_entry_offset(FILE *stream) {
         return 0;
     }
     char block[kLargestEntry + 1];
-    const size_t room = kLargestEntry / entry_size;
-    const auto step = static_cast<long>(entry_size);
+    const size_t size = entry_size;
+    const size_t room = kLargestEntry / size;
+    const auto step = static_cast<long>(size);
     long position = 0, newest_end = 0;
     long time = 0, newest = 0;
     size_t count;
     do {
-        count = std::fread(block, entry_size, room, stream);
-        char *block_end = block + count * entry_size;
+        count = std::fread(block, size, room, stream);
+        char *block_end = block + count * size;
         for (char *record = block; record != block_end; record += step) {
             time = record_time(record, record + step, time);
             position += step;
@@ -120,7 +122,7 @@ int IncreaseCountInFile(const char *path) {
     }
     text[std::strcspn(text, "\n")] = '\0'; // white space before a number may be another line
     TextBuffer<sizeof text> count;
-    count.format("%ld", std::strtol(text, nullptr, 10) + 1);
+    count.append_decimal(std::strtol(text, nullptr, 10) + 1);
     FILE *stream = open_stream(path, "we");
     if (stream == nullptr) {
         return 0;

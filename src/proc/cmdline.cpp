@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "support/errno.h"
-#include "support/text_buffer.h"
 
 namespace rk {
 namespace {
@@ -77,6 +76,12 @@ int split_cmdline(char *(&words)[kWordSlots], char **target, char *text) {
     }
     words[count] = nullptr;
     return static_cast<int>(count);
+}
+
+void append_words(TextWriter &text, char *const *words) {
+    for (; *words != nullptr; ++words) {
+        text.append(' ').append(*words);
+    }
 }
 
 bool CommandLine::parse(const char *format, va_list args) {

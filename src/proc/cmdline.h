@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstddef>
 
+#include "support/text_buffer.h"
+
 namespace rk {
 
 constexpr size_t kWordSlots = 32; // of a command's words, the closing null included
@@ -12,6 +14,9 @@ constexpr size_t kWordSlots = 32; // of a command's words, the closing null incl
 // redirection's path (null without one) point into the text; a null `target` drops the path.
 // Returns the number of words, 0 for a blank text, or -1 with errno E2BIG for too many.
 int split_cmdline(char *(&words)[kWordSlots], char **target, char *text);
+
+// The words, a space before each of them.
+void append_words(TextWriter &text, char *const *words);
 
 // A formatted command and its words.
 class CommandLine {

@@ -29,7 +29,7 @@ namespace {
 constexpr size_t kLogText = 512; // of the logging runner: captured text and words
 
 // Formats a command and starts it; the child's pid, or -1.
-[[gnu::format(printf, 2, 0)]] pid_t exec_cmdf(bool quiet, const char *format, va_list args) {
+[[gnu::format(printf, 1, 0)]] pid_t exec_cmdf(const char *format, va_list args, bool quiet) {
     CommandLine command;
     if (!command.parse(format, args)) {
         return -1;
@@ -86,9 +86,7 @@ pid_t capture(const CommandLine &command, Streams &streams, char *buffer, size_t
 
 void log_failure(int status, const char *error_text, char *const *words) {
     rk::TextBuffer<kLogText> command;
-    for (; *words != nullptr; ++words) {
-        command.append(' ').append(*words);
-    }
+    rk::append_words(command, words);
     if (*error_text == '\0') {
         rk::log_at(LOG_ERR, "(%d) %s", status, command.c_str());
         return;
@@ -113,7 +111,7 @@ int run_words(const char *const *words, const char *outPath) {
 int cmdf(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf(false, format, args);
+    pid_t pid = exec_cmdf(format, args, false);
     va_end(args);
     return _waitpid(pid);
 }
@@ -121,7 +119,7 @@ int cmdf(const char *format, ...) {
 int qcmdf(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf(true, format, args);
+    pid_t pid = exec_cmdf(format, args, true);
     va_end(args);
     return _waitpid(pid);
 }
@@ -129,7 +127,7 @@ int qcmdf(const char *format, ...) {
 pid_t forkcmdf(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    pid_t pid = exec_cmdf(false, format, args);
+    pid_t pid = exec_cmdf(format, args, false);
     va_end(args);
     return pid;
 }

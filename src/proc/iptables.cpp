@@ -17,9 +17,9 @@ namespace {
 
 constexpr size_t kLongestText = 255; // of strf
 
-using Runner = int(const char *format, ...);
-
-[[gnu::noinline]] int run(Runner *runner, char letter, const char *table, const char *rule) {
+// A change with lcmdf, which logs failures. A check, 'C', says in silence: 0 if the rule is there,
+// -1 if that could not be found out.
+int iptables_cmd(const char *table, const char *rule, char letter) {
     if (rule == nullptr) {
         return fail(EINVAL);
     }
@@ -27,31 +27,26 @@ using Runner = int(const char *format, ...);
     if (table == nullptr) {
         option = table = "";
     }
-    return runner("iptables%s%s -%c %s", option, table, letter, rule);
+    auto *run = letter == 'C' ? qcmdf : lcmdf;
+    return run("iptables%s%s -%c %s", option, table, letter, rule);
 }
 
-// A change; failures are logged.
-int iptables_cmd(char letter, const char *table, const char *rule) {
-    return run(lcmdf, letter, table, rule);
-}
-
-// 0 if the rule is there, -1 if that could not be found out.
 int check(const char *table, const char *rule) {
-    return run(qcmdf, 'C', table, rule);
+    return iptables_cmd(table, rule, 'C');
 }
 
 } // namespace
 
 int iptables_add(const char *table, const char *rule) {
-    return iptables_cmd('A', table, rule);
+    return iptables_cmd(table, rule, 'A');
 }
 
 int iptables_del(const char *table, const char *rule) {
-    return iptables_cmd('D', table, rule);
+    return iptables_cmd(table, rule, 'D');
 }
 
 int iptables_flush(const char *table, const char *chain) {
-    return iptables_cmd('F', table, chain);
+    return iptables_cmd(table, chain, 'F');
 }
 
 int iptables_check(const char *table, const char *rule) {
@@ -80,8 +75,8 @@ int iptables_create_subchain(const char *table, const char *parent, const char *
     } else if (std::strlen(parent) + std::strlen(" -j ") + std::strlen(child) > kLongestText) {
         errno = ENOBUFS; // cut, the jump might lead to another chain
     } else {
-        iptables_cmd('N', table, child);
-        iptables_cmd('A', table, strf("%s -j %s", parent, child));
+        iptables_cmd(table, child, 'N');
+        iptables_cmd(table, strf("%s -j %s", parent, child), 'A');
         return 0;
     }
     rk::log_at(LOG_ERR, "iptables_create_subchain: %m");

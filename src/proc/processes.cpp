@@ -209,16 +209,16 @@ int terminate(pid_t pid, int waitTerm, int waitKill) {
     if (pid < 1) {
         return rk::fail(EINVAL);
     }
-    if (::kill(pid, SIGTERM) != 0) {
-        return -1;
+    const int stages[][2] = {{SIGTERM, waitTerm}, {SIGKILL, waitKill}};
+    for (const auto &[signal, sleeps] : stages) {
+        if (::kill(pid, signal) != 0) {
+            return -1;
+        }
+        if (is_gone_within(pid, sleeps)) {
+            return 0;
+        }
     }
-    if (is_gone_within(pid, waitTerm)) {
-        return 0;
-    }
-    if (::kill(pid, SIGKILL) != 0) {
-        return -1;
-    }
-    return is_gone_within(pid, waitKill) ? 0 : rk::fail(ETIME);
+    return rk::fail(ETIME);
 }
 
 char *getProcSelfName() {

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "foundation/io.h"
+#include "proc/cmdline.h"
 #include "support/errno.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -60,15 +61,11 @@ void print_error(const char *prefix, int error) {
     write_some(STDERR_FILENO, line.c_str(), line.size());
 }
 
-// The words of a command, each followed by a space, as far as they fit; the last character is
-// dropped.
+// The words as far as they fit.
 void log_program(char *const *words) {
     TextBuffer<255> text;
-    for (char *const *word = words; *word != nullptr; ++word) {
-        text.append(*word).append(' ');
-    }
-    log_at(LOG_ERR, "execvp(%s, [%.*s]): %m", words[0], static_cast<int>(text.size() - 1),
-           text.c_str());
+    append_words(text, words);
+    log_at(LOG_ERR, "execvp(%s, [%s]): %m", words[0], text.c_str() + 1);
 }
 
 void log_exec_failure(const Launch &launch) {
