@@ -44,6 +44,11 @@ uintptr_t sign_extended(uint32_t low_half) {
     return static_cast<uintptr_t>(static_cast<int16_t>(low_half & 0xffff));
 }
 
+// Whether an instruction is this one but for its low bits. A shift is shorter than a mask.
+bool matches(uint32_t instruction, uint32_t pattern, int low_bits) {
+    return instruction >> low_bits == pattern >> low_bits;
+}
+
 // Both readers go backwards to the function's beginning, never before `first`. A function without a
 // prologue makes no calls, so only the interrupted one can stand right behind the end of another.
 
@@ -52,10 +57,9 @@ Prologue find_prologue(const Position &at, uintptr_t first) {
     for (uintptr_t pc = at.pc; pc > first;) {
         pc -= 4;
         auto instruction = unit_at<uint32_t>(pc);
-        uint32_t kind = instruction & 0xffff0000;
-        if (kind == 0xafbf0000) { // sw ra, N(sp)
+        if (matches(instruction, 0xafbf0000, 16)) { // sw ra, N(sp)
             found.saved_return = at.sp + sign_extended(instruction);
-        } else if (kind == 0x27bd0000 && (instruction & 0x8000) != 0) { // addiu sp, sp, -N
+        } else if (matches(instruction, 0x27bd8000, 15)) { // addiu sp, sp, -N
             found.room = 0 - sign_extended(instruction);
             break;
         } else if (instruction == 0x03e00008 && at.ra != 0) { // jr ra
@@ -68,7 +72,7 @@ Prologue find_prologue(const Position &at, uintptr_t first) {
 // The prefix of an instruction of two halves, 0 for one of a single half.
 uint32_t extension_of(uintptr_t pc) {
     uint32_t before = unit_at<uint16_t>(pc - 2);
-    return (before & 0xf800) == 0xf000 ? before : 0;
+    return matches(before, 0xf000, 11) ? before : 0;
 }
 
 Prologue find_compact_prologue(const Position &at, uintptr_t first) {
@@ -77,13 +81,13 @@ Prologue find_compact_prologue(const Position &at, uintptr_t first) {
         pc -= 2;
         uint32_t instruction = unit_at<uint16_t>(pc);
         uint32_t extension = extension_of(pc);
-        if ((instruction & 0xff80) == 0x6480) { // save N, with or without ra, which lies on top
+        if (matches(instruction, 0x6480, 7)) { // save N, with or without ra, which lies on top
             uint32_t size = (extension & 0xf0) | (instruction & 0xf);
             found.room += size == 0 && extension == 0 ? 128 : size * 8;
             found.saved_return = (instruction & 0x40) != 0 ? at.sp + found.room - 4 : 0;
             break;
         }
-        if ((instruction & 0xff00) == 0x6300 && extension != 0 && (extension & 0x10) != 0) {
+        if (matches(instruction, 0x6300, 8) && (extension & 0x10) != 0) {
             uint32_t low = (extension & 0x1f) << 11 | (extension & 0x7e0) | (instruction & 0x1f);
             found.room -= sign_extended(low); // addiu sp, -N: the rest of a large frame
         } else if ((instruction == 0xe820 || instruction == 0xe8a0) && at.ra != 0) { // jr ra
