@@ -15,6 +15,7 @@
 #include <routerkit/files.h>
 #include <routerkit/strings.h>
 
+#include "support/build.h"
 #include "support/bytes.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -58,7 +59,12 @@ bool find_partition(const char *list, const char *wanted, Partition *found) {
     return false;
 }
 
-int open_device(const char *path, int flags) {
+int open_partition(const char *kind, const char *name, int flags, mtd_partition_t *info) {
+    int index = mtd_getinfo(name, info);
+    if (index < 0) {
+        return index;
+    }
+    const char *path = strf("/dev/mtd%s%d", kind, index);
     return retry_eintr([&] { return ::open(path, flags | O_CLOEXEC, 0666); });
 }
 
@@ -104,9 +110,11 @@ bool has_image_length(const Image &image) {
     return image.length % 2 == 0 && image.length <= kLongestPayload;
 }
 
+// The compact instruction set has no loads at any address, so a small library adds byte by byte:
+// that is faster there as well.
 bool has_right_checksum(const Image &image) {
     uint32_t sum = 0;
-    size_t in_words = image.length - image.length % sizeof(Word);
+    size_t in_words = rk::kForSize ? 0 : image.length - image.length % sizeof(Word);
     size_t i = 0;
     while (i != in_words) {
         size_t length = std::min(in_words - i, kBlock);
@@ -114,7 +122,7 @@ bool has_right_checksum(const Image &image) {
         i += length;
     }
     for (; i != image.length; i += 2) {
-        sum += rk::load_be16(image.payload + i);
+        sum += static_cast<uint32_t>(image.payload[i] << 8 | image.payload[i + 1]);
     }
     return sum % 65536 == 0;
 }
@@ -165,8 +173,7 @@ int compare(const UniqueFd &device, const uint8_t *bytes, uint32_t length, uint3
         return -1;
     }
     while (length != 0) {
-        ssize_t count =
-            retry_eintr([&] { return ::read(device.get(), room.get(), std::min(length, block)); });
+        int count = safe_read(device.get(), room.get(), length < block ? length : block);
         if (count < 0) {
             return -1;
         }
@@ -201,13 +208,11 @@ int mtd_getinfo(const char *name, mtd_partition_t *info) {
 }
 
 int mtd_open(const char *name, int flags, mtd_partition_t *info) {
-    int index = mtd_getinfo(name, info);
-    return index < 0 ? index : open_device(strf("/dev/mtd%d", index), flags);
+    return open_partition("", name, flags, info);
 }
 
 int mtd_block_open(const char *name, int flags, mtd_partition_t *info) {
-    int index = mtd_getinfo(name, info);
-    return index < 0 ? index : open_device(strf("/dev/mtdblock%d", index), flags);
+    return open_partition("block", name, flags, info);
 }
 
 int is_mtd_image(const void *image) {

@@ -152,6 +152,12 @@ int plain(int result) {
     return result < 0 ? -1 : 0;
 }
 
+int set_text(const char *function, int number, const char *name, const char *text) {
+    MibExchange mib(name);
+    mib.text().append('=').append(text);
+    return plain(logged(function, mib.set(number)));
+}
+
 } // namespace
 
 int wlio_get_mib_int(int interface_number, const char *name) {
@@ -160,9 +166,9 @@ int wlio_get_mib_int(int interface_number, const char *name) {
 }
 
 int wlio_set_mib_int(int interface_number, const char *name, int value) {
-    MibExchange mib(name);
-    mib.text().append('=').append_decimal(value);
-    return plain(logged("wlio_set_mib_int", mib.set(interface_number)));
+    rk::TextBuffer<16> digits;
+    digits.append_decimal(value);
+    return set_text("wlio_set_mib_int", interface_number, name, digits.c_str());
 }
 
 int wlio_get_mib_str_n(int interface_number, const char *name, char *buffer, size_t size) {
@@ -182,15 +188,11 @@ int wlio_get_mib_bin(int interface_number, const char *name, void *buffer) {
 }
 
 int wlio_set_mib_str(int interface_number, const char *name, const char *text) {
-    MibExchange mib(name);
-    mib.text().append('=').append(text);
-    return plain(logged("wlio_set_mib_str", mib.set(interface_number)));
+    return set_text("wlio_set_mib_str", interface_number, name, text);
 }
 
 int wlio_set_mib_bin(int interface_number, const char *name, const void *bytes, size_t count) {
-    MibExchange mib(name);
     char digits[kRequestSize + 1]; // more than a request takes: what is cut here is refused there
     hex_ntostr(digits, sizeof digits, bytes, count);
-    mib.text().append('=').append(digits);
-    return plain(logged("wlio_set_mib_bin", mib.set(interface_number)));
+    return set_text("wlio_set_mib_bin", interface_number, name, digits);
 }
