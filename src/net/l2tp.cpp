@@ -12,6 +12,7 @@
 #include <routerkit/conversions.h>
 #include <routerkit/sockets.h>
 
+#include "net/inet.h"
 #include "support/bytes.h"
 #include "support/deadline.h"
 #include "support/log.h"
@@ -73,13 +74,13 @@ uint8_t *append_avp(l2tp_buf_t *buffer, uint16_t type, size_t value_size) {
     return avp + kAvpHeaderSize;
 }
 
-int append_number_avp(l2tp_buf_t *buffer, uint16_t type, uint16_t value) {
+[[gnu::noinline]] int append_number_avp(l2tp_buf_t *buffer, uint16_t type, uint16_t value) {
     store_be16(append_avp(buffer, type, sizeof value), value);
     return 0;
 }
 
 // Always fails: for `return failed(step);`, straight after the call that failed.
-int failed(const char *step) {
+[[gnu::noinline]] int failed(const char *step) {
     rk::log_at(LOG_ERR, "l2tp_StopCCN: %s fail: %m", step);
     return -1;
 }
@@ -105,12 +106,14 @@ l2tp_buf_t *new_buf(int32_t capacity) {
         return nullptr;
     }
     const auto size = static_cast<size_t>(capacity);
-    rk::MallocPtr bytes(static_cast<uint8_t *>(std::malloc(size)));
     rk::MallocPtr buffer(static_cast<l2tp_buf_t *>(std::malloc(sizeof(l2tp_buf_t))));
-    if (!bytes || !buffer) {
+    if (!buffer) {
         return nullptr;
     }
-    uint8_t *start = bytes.release();
+    auto *start = static_cast<uint8_t *>(std::malloc(size));
+    if (start == nullptr) {
+        return nullptr;
+    }
     *buffer.get() = {start, start + size - 1, start, capacity, capacity};
     return buffer.release();
 }
@@ -199,11 +202,7 @@ int l2tp_StopCCN(uint32_t peer, int tunnel_id, int assigned_id, int send_only) {
     ipv4_itostr(address, peer);
     rk::log_at(LOG_NOTICE, "l2tp_StopCCN[%d/%d]: sendto %s %d bytes", tunnel_id, assigned_id,
                address, size);
-    const sockaddr_in to = rk::inet_endpoint(peer, kL2tpPort);
-    if (retry_eintr([&] {
-            return ::sendto(fd.get(), message, static_cast<size_t>(size), MSG_NOSIGNAL,
-                            rk::as_sockaddr(to), sizeof to);
-        }) < 0) {
+    if (rk::send_to(fd.get(), message, static_cast<size_t>(size), peer, kL2tpPort) < 0) {
         return failed("sendto");
     }
     return send_only != 0 ? 0 : await_answer(fd.get(), deadline);

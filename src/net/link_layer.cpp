@@ -9,6 +9,7 @@
 
 #include <routerkit/conversions.h>
 
+#include "net/inet.h"
 #include "support/log.h"
 #include "support/socket.h"
 
@@ -31,7 +32,7 @@ int run_driver(IfRequest &request, const ControlSocket &control, DriverWords &wo
 
 // The bridge's forwarding database, as in <linux/if_bridge.h>.
 constexpr unsigned long kGetFdbEntries = 18; // BRCTL_GET_FDB_ENTRIES
-constexpr size_t kFdbRoom = 128;
+constexpr int kFdbRoom = 128;
 
 struct FdbEntry {
     uint8_t mac[kMacSize];
@@ -62,13 +63,6 @@ const BridgePort *find_port(const char *bridge, const void *mac) {
                                                                           : nullptr;
 }
 
-// The IPv4 address that an interface request was answered with.
-uint32_t answered_address(const IfRequest &request) {
-    sockaddr_in answer;
-    std::memcpy(&answer, &request.record().ifr_addr, sizeof answer);
-    return ipv4_ntoi(&answer.sin_addr);
-}
-
 } // namespace
 
 int arp_getMac(void *mac, uint32_t ip, const char *dev) {
@@ -77,8 +71,7 @@ int arp_getMac(void *mac, uint32_t ip, const char *dev) {
         return -1;
     }
     arpreq request = {};
-    const sockaddr_in neighbour = rk::inet_endpoint(ip, 0);
-    std::memcpy(&request.arp_pa, &neighbour, sizeof request.arp_pa);
+    rk::put_inet_address(request.arp_pa, ip);
     if ((dev != nullptr && rk::set_device_name(request.arp_dev, dev) != 0) ||
         control.run(SIOCGARP, &request) < 0) {
         return -1;
@@ -109,13 +102,13 @@ int dev_getAddrs(void *mac, uint32_t *addr, uint32_t *mask, int *index, const ch
         if (request.run(control, SIOCGIFADDR) < 0) {
             return -1;
         }
-        *addr = answered_address(request);
+        *addr = ipv4_ntoi(rk::inet_address(request.record().ifr_addr));
     }
     if (mask != nullptr) {
         if (request.run(control, SIOCGIFNETMASK) < 0) {
             return -1;
         }
-        *mask = answered_address(request);
+        *mask = ipv4_ntoi(rk::inet_address(request.record().ifr_addr));
     }
     return 0;
 }
@@ -148,10 +141,10 @@ int br_mac2port(const char *bridge, const void *mac) {
         rk::log_at(LOG_ERR, "br_mac2port: ioctl: %m");
         return -1;
     }
-    for (size_t i = 0; i < static_cast<size_t>(count) && i < kFdbRoom; ++i) {
-        const FdbEntry &entry = entries[i];
-        if (entry.is_local == 0 && std::memcmp(entry.mac, mac, kMacSize) == 0) {
-            return entry.port_high << 8 | entry.port;
+    const FdbEntry *entry = entries;
+    for (int i = 0; i < count && i < kFdbRoom; ++i, ++entry) {
+        if (entry->is_local == 0 && std::memcmp(entry->mac, mac, kMacSize) == 0) {
+            return entry->port_high << 8 | entry->port;
         }
     }
     return 0;

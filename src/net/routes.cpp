@@ -8,6 +8,7 @@
 
 #include <routerkit/wan.h>
 
+#include "net/inet.h"
 #include "support/lines.h"
 #include "support/socket.h"
 
@@ -18,12 +19,6 @@ namespace {
 
 constexpr uint32_t kHostMask = 0xffffffff;
 constexpr const char *kRouteListing = "/proc/net/route";
-
-void set_address(sockaddr &field, uint32_t address) {
-    static_assert(sizeof(sockaddr) == sizeof(sockaddr_in));
-    const sockaddr_in endpoint = rk::inet_endpoint(address, 0);
-    std::memcpy(&field, &endpoint, sizeof field);
-}
 
 unsigned short route_flags(uint32_t destination, uint32_t mask, uint32_t gateway) {
     unsigned flags = RTF_UP;
@@ -41,9 +36,9 @@ int change_route(unsigned long request, uint32_t destination, uint32_t mask, uin
     // The kernel reads 15 bytes of the name whatever its length, hence a copy with room for them.
     char device[IFNAMSIZ] = {};
     rtentry route = {};
-    set_address(route.rt_dst, destination);
-    set_address(route.rt_gateway, gateway);
-    set_address(route.rt_genmask, mask);
+    rk::put_inet_address(route.rt_dst, destination);
+    rk::put_inet_address(route.rt_gateway, gateway);
+    rk::put_inet_address(route.rt_genmask, mask);
     route.rt_flags = route_flags(destination, mask, gateway);
     if (ifname != nullptr) {
         if (rk::set_device_name(device, ifname) != 0) {
@@ -118,6 +113,10 @@ uint32_t get_default_route(char *ifname) {
     return 0;
 }
 
+// The same under two names.
+[[gnu::alias("route_add_default")]] int wan_addDefaultRoute(uint32_t gateway, const char *ifname);
+[[gnu::alias("route_del_host")]] int wan_delHostRoute(uint32_t host);
+
 int wan_addNetRoute(uint32_t destination, uint32_t mask, uint32_t gateway) {
     return route_add(destination, mask, gateway, nullptr);
 }
@@ -126,16 +125,8 @@ int wan_delNetRoute(uint32_t destination, uint32_t mask, uint32_t gateway) {
     return route_del(destination, mask, gateway, nullptr);
 }
 
-int wan_addDefaultRoute(uint32_t gateway, const char *ifname) {
-    return route_add_default(gateway, ifname);
-}
-
 int wan_delDefaultRoute(uint32_t gateway) {
     return route_del(0, 0, gateway, nullptr);
-}
-
-int wan_delHostRoute(uint32_t host) {
-    return route_del_host(host);
 }
 
 int wan_addHostRoute(unsigned index, uint32_t host) {

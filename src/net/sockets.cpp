@@ -24,28 +24,28 @@ constexpr timeval kTransferTimeout = {2, 0};
 
 // Which ioctl asks for an address, and how many bytes of the answer, from where, are the result.
 struct AddressKind {
-    unsigned kind;
-    unsigned long request;
-    size_t offset;
-    size_t length;
+    uint8_t kind;
+    uint8_t offset;
+    uint8_t length;
+    uint16_t request;
 };
 
+constexpr uint8_t kPeerAddress = 0; // and what any other kind stands for
 constexpr size_t kInetOffset = offsetof(sockaddr_in, sin_addr);
 
 constexpr AddressKind kAddressKinds[] = {
-    {2, SIOCGIFADDR, kInetOffset, sizeof(in_addr)},
-    {4, SIOCGIFNETMASK, kInetOffset, sizeof(in_addr)},
-    {8, SIOCGIFHWADDR, 0, sizeof(sockaddr)},
+    {2, kInetOffset, sizeof(in_addr), SIOCGIFADDR},
+    {4, kInetOffset, sizeof(in_addr), SIOCGIFNETMASK},
+    {8, 0, sizeof(sockaddr), SIOCGIFHWADDR},
+    {kPeerAddress, kInetOffset, sizeof(in_addr), SIOCGIFDSTADDR},
 };
-constexpr AddressKind kPeerAddress = {0, SIOCGIFDSTADDR, kInetOffset, sizeof(in_addr)};
 
 const AddressKind &address_kind(unsigned kind) {
-    for (const AddressKind &known : kAddressKinds) {
-        if (known.kind == kind) {
-            return known;
-        }
+    const AddressKind *known = kAddressKinds;
+    while (known->kind != kind && known->kind != kPeerAddress) {
+        ++known;
     }
-    return kPeerAddress;
+    return *known;
 }
 
 bool set_timeouts(int fd) {
