@@ -8,6 +8,7 @@
 #include <routerkit/strings.h>
 
 #include "support/errno.h"
+#include "wan/attributes.h"
 #include "wan/wan_file.h"
 
 using rk::kIfNameText;
@@ -27,7 +28,7 @@ constinit NameSlots eth_names;
 constinit NameSlots con_names;
 
 int read_number(unsigned index, const char *name) {
-    return static_cast<int>(WanFile(index, name).number());
+    return static_cast<int>(rk::attribute_number(index, name));
 }
 
 int read_count(unsigned index, const char *name) {
@@ -39,7 +40,7 @@ int read_name(unsigned index, const char *name, char *buffer) {
     return WanFile(index, name).text(buffer, kIfNameText);
 }
 
-char *read_to_slot(unsigned index, const char *name, NameSlots &slots) {
+[[gnu::noinline]] char *read_to_slot(unsigned index, const char *name, NameSlots &slots) {
     if (index > kLastWanIndex || read_name(index, name, slots[index]) < 0) {
         return nullptr;
     }
@@ -51,6 +52,10 @@ int has_file(unsigned index, const char *name) {
 }
 
 } // namespace
+
+long rk::attribute_number(unsigned index, const char *name) {
+    return WanFile(index, name).number();
+}
 
 char *wan_folder(unsigned index) {
     return strf("/var/wan/%s", WanFolderName(index).c_str());
@@ -78,6 +83,10 @@ int wan_getIfIndex(unsigned index) {
 
 int wan_getType(unsigned index) {
     return read_number(index, _WAN_TYPE_FILE);
+}
+
+int wan_getStatus(unsigned index) {
+    return read_number(index, _WAN_STATUS_FILE);
 }
 
 int wan_getVlanId(unsigned index) {
@@ -173,12 +182,13 @@ int GET_REAL_IFNAME(char *name) {
     if (name == nullptr) {
         return 0;
     }
-    void *dot = std::memchr(name, '.', strnlen(name, kLongestName));
-    if (dot == nullptr) {
-        return 0;
+    for (size_t i = 0; i < kLongestName && name[i] != '\0'; ++i) {
+        if (name[i] == '.') {
+            name[i] = '\0';
+            return 1;
+        }
     }
-    *static_cast<char *>(dot) = '\0';
-    return 1;
+    return 0;
 }
 
 void wan_getMagicConIfName() {}

@@ -4,6 +4,7 @@
 #include <routerkit/routes.h>
 
 #include "support/log.h"
+#include "wan/attributes.h"
 #include "wan/wan_file.h"
 
 using rk::log_at;
@@ -16,16 +17,7 @@ constexpr int kLongestChain = 8; // steps from a connection to its parents
 
 constexpr int kNone = 0;
 
-// An address as text for a log line, without spending a slot of the host's ring.
-class AddressText {
-  public:
-    explicit AddressText(uint32_t address) { ipv4_itostr(text_, address); }
-
-    [[nodiscard]] const char *c_str() const { return text_; }
-
-  private:
-    char text_[16];
-};
+using AddressText = char[16]; // for a log line, without spending a slot of the host's ring
 
 bool is_up(int index) {
     int status = wan_getStatus(static_cast<unsigned>(index));
@@ -36,7 +28,7 @@ bool is_up(int index) {
 // reaches is taken as it is.
 int first_up(int index) {
     for (int step = 0; step < kLongestChain && !is_up(index); ++step) {
-        long parent = rk::WanFile(static_cast<unsigned>(index), _WAN_PARENT_FILE).number();
+        long parent = rk::attribute_number(static_cast<unsigned>(index), _WAN_PARENT_FILE);
         if (parent < 1 || parent > static_cast<long>(rk::kLastWanIndex)) {
             return kNone;
         }
@@ -57,13 +49,12 @@ int choose_main_connection() {
     return kNone;
 }
 
-void remove_default_route(uint32_t old) {
-    if (old == 0) {
-        log_at(LOG_INFO, "default route: no active connection");
-        return;
-    }
-    log_at(LOG_INFO, "default route: deleted (was %s)", AddressText(old).c_str());
-    wan_delDefaultRoute(0);
+void add_default_route(unsigned index, uint32_t gateway) {
+    const char *ifname = wan_getConIface(index); // without one the kernel chooses
+    wan_addDefaultRoute(gateway, ifname);
+    AddressText address;
+    ipv4_itostr(address, gateway);
+    log_at(LOG_INFO, "default route: %s dev %s", address, ifname != nullptr ? ifname : "any");
 }
 
 } // namespace
@@ -78,31 +69,27 @@ int wan_hasWiredInetIP() {
 }
 
 int wan_updateActiveRoute(unsigned index) {
-    uint32_t old_gateway = get_default_route(nullptr);
-    if (index == 0) {
-        remove_default_route(old_gateway);
-        return 0;
-    }
-    uint32_t gateway = wan_getGateway(index);
+    const uint32_t old_gateway = get_default_route(nullptr);
+    const uint32_t gateway = index != 0 ? wan_getGateway(index) : 0;
     if (old_gateway != 0) {
-        AddressText old_text(old_gateway);
+        AddressText address;
+        ipv4_itostr(address, old_gateway);
         if (old_gateway == gateway) {
-            log_at(LOG_INFO, "default route hasn't changed (%s)", old_text.c_str());
+            log_at(LOG_INFO, "default route hasn't changed (%s)", address);
             return 0;
         }
         if (gateway == 0) {
-            log_at(LOG_INFO, "default route: deleted (was %s)", old_text.c_str());
+            log_at(LOG_INFO, "default route: deleted (was %s)", address);
         }
-        wan_delDefaultRoute(old_gateway);
+        wan_delDefaultRoute(index != 0 ? old_gateway : 0);
     }
-    if (gateway == 0) {
+    if (gateway != 0) {
+        add_default_route(index, gateway);
+    } else if (index != 0) {
         log_at(LOG_INFO, "default route: nothing");
-        return 0;
+    } else if (old_gateway == 0) {
+        log_at(LOG_INFO, "default route: no active connection");
     }
-    const char *ifname = wan_getConIface(index); // without one the kernel chooses
-    wan_addDefaultRoute(gateway, ifname);
-    log_at(LOG_INFO, "default route: %s dev %s", AddressText(gateway).c_str(),
-           ifname != nullptr ? ifname : "any");
     return 0;
 }
 

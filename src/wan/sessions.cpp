@@ -16,25 +16,30 @@ using rk::WanFile;
 constexpr const char *kAllSessions = "all-sessions-time";
 constexpr const char *kPppoeSessions = "pppoe-sessions-time";
 
+unsigned seconds_now() {
+    return static_cast<unsigned>(get_monotonic_sec());
+}
+
 // The running session's start second: the file is the session's only mark.
 WanFile uptime_file(unsigned index) {
     return WanFile::of_session(index, "uptime");
 }
 
 // Unsigned, as all sums of what files hold: a word of 32 bits may wrap, but not overflow.
-void add_to_total(const WanFile &total, unsigned long seconds) {
+void add_to_total(unsigned index, const char *name, unsigned long seconds) {
+    WanFile total(index, name);
     unsigned long sum = static_cast<unsigned long>(total.count()) + seconds;
     writeNumToFile(total.path(), static_cast<long>(sum));
 }
 
-// A stored total with the running session on top, modulo 2^32.
-unsigned with_running_session(unsigned index, long total) {
-    long start = uptime_file(index).number();
-    if (start < 1) {
-        return static_cast<unsigned>(total);
+// A stored total with the running session on top if that counts, modulo 2^32.
+unsigned total_time(unsigned index, const char *name, bool only_pppoe) {
+    auto total = static_cast<unsigned>(WanFile(index, name).count());
+    if (only_pppoe && wan_getType(index) != rk::kTypePppoe) {
+        return total;
     }
-    return static_cast<unsigned>(total) - static_cast<unsigned>(start) +
-           static_cast<unsigned>(get_monotonic_sec());
+    long start = uptime_file(index).number();
+    return start < 1 ? total : total - static_cast<unsigned>(start) + seconds_now();
 }
 
 } // namespace
@@ -59,9 +64,9 @@ int wan_stopSession(unsigned index) {
     ::unlink(last.path());
     std::rename(uptime.path(), last.path());
     writeNumToFile(WanFile::of_session(index, "last-downtime").path(), now);
-    add_to_total(WanFile(index, kAllSessions), length);
+    add_to_total(index, kAllSessions, length);
     if (wan_getType(index) == rk::kTypePppoe) {
-        add_to_total(WanFile(index, kPppoeSessions), length);
+        add_to_total(index, kPppoeSessions, length);
     }
     return 0;
 }
@@ -71,16 +76,13 @@ int wan_getDisconnectReason(unsigned index) {
 }
 
 unsigned wan_getUptime(unsigned index) {
-    return static_cast<unsigned>(get_monotonic_sec()) -
-           static_cast<unsigned>(uptime_file(index).number());
+    return seconds_now() - static_cast<unsigned>(uptime_file(index).number());
 }
 
 unsigned wan_getAllSessionsTime(unsigned index) {
-    return with_running_session(index, WanFile(index, kAllSessions).count());
+    return total_time(index, kAllSessions, false);
 }
 
 unsigned wan_getPPPoESessionsTime(unsigned index) {
-    long total = WanFile(index, kPppoeSessions).count();
-    return wan_getType(index) == rk::kTypePppoe ? with_running_session(index, total)
-                                                : static_cast<unsigned>(total);
+    return total_time(index, kPppoeSessions, true);
 }

@@ -3,7 +3,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <routerkit/conversions.h>
 #include <routerkit/files.h>
@@ -22,32 +21,30 @@ constexpr size_t kLineRoom = 36; // "255.255.255.255/32-255.255.255.255" and a n
 static_assert(sizeof(wan_route_t) == 12, "host programs pass arrays of them");
 
 void append_route(rk::TextWriter &text, const wan_route_t &route) {
-    char address[16];
-    ipv4_itostr(address, route.destination);
-    text.append(address).append('/').append_decimal(static_cast<long>(ipv4_itow(route.mask)));
-    ipv4_itostr(address, route.gateway);
-    text.append('-').append(address).append('\n');
+    char destination[16];
+    char gateway[16];
+    ipv4_itostr(destination, route.destination);
+    ipv4_itostr(gateway, route.gateway);
+    text.format("%s/%u-%s\n", destination, static_cast<unsigned>(ipv4_itow(route.mask)), gateway);
 }
 
-// The place behind the first `character` of a line; null if the line has none.
-const char *behind(std::string_view line, char character) {
-    const void *found = std::memchr(line.data(), character, line.size());
+// Where the number behind the first such character of a line begins; null if the line has none.
+const char *behind(const char *line, const char *end, char character) {
+    const void *found = std::memchr(line, character, static_cast<size_t>(end - line));
     return found != nullptr ? static_cast<const char *>(found) + 1 : nullptr;
 }
 
 // Numbers may begin with white space, a newline too: what ends in a later line is not this line's.
-uint32_t address_in(std::string_view line, const char *at) {
+[[gnu::noinline]] uint32_t address_in(const char *at, const char *line_end) {
     uint8_t octets[4];
     const char *end = at != nullptr ? ipv4_aton(octets, at) : nullptr;
-    return end != nullptr && end <= line.data() + line.size() ? ipv4_ntoi(octets) : 0;
+    return end != nullptr && end <= line_end ? ipv4_ntoi(octets) : 0;
 }
 
-uint32_t mask_in(std::string_view line, const char *at) {
+uint32_t mask_in(const char *at, const char *line_end) {
     char *end = nullptr;
     long width = at != nullptr ? std::strtol(at, &end, 10) : 0;
-    return end != nullptr && end <= line.data() + line.size()
-               ? ipv4_wtoi(static_cast<unsigned>(width))
-               : 0;
+    return end != nullptr && end <= line_end ? ipv4_wtoi(static_cast<unsigned>(width)) : 0;
 }
 
 using RouteChange = int (*)(uint32_t destination, uint32_t mask, uint32_t gateway,
@@ -90,12 +87,12 @@ int wan_readRoutes(unsigned index, wan_route_t *routes, size_t capacity) {
 int wan_parseRoutes(wan_route_t *routes, size_t capacity, const char *text) {
     size_t count = 0;
     for (rk::Lines lines(text); count < capacity && lines.next();) {
-        std::string_view line = lines.line();
-        if (line.empty()) {
-            continue;
+        const char *line = lines.line().data();
+        const char *end = line + lines.line().size();
+        if (line != end) {
+            routes[count++] = {address_in(line, end), mask_in(behind(line, end, '/'), end),
+                               address_in(behind(line, end, '-'), end)};
         }
-        routes[count++] = {address_in(line, line.data()), mask_in(line, behind(line, '/')),
-                           address_in(line, behind(line, '-'))};
     }
     return static_cast<int>(count);
 }

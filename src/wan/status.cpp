@@ -1,6 +1,8 @@
 #include <routerkit/wan.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 #include <routerkit/files.h>
 #include <routerkit/link-layer.h>
@@ -20,51 +22,48 @@ constexpr const char *kWiredInetFlag = "/var/wan/wired-inet-up";
 
 constexpr unsigned long kWanLinkState = 2000; // the switch driver's command
 
-struct StoredStatus {
-    int code;
-    char text[16];
-};
+// One text after the other, each with its code in front; an empty one ends the list.
+constexpr char kStored[] = "00 disabled\0"
+                           "01 disconnected\0"
+                           "10 connecting\0"
+                           "11 in idle\0"
+                           "12 requested ip\0"
+                           "20 connected\0"
+                           "90 no auth\0"
+                           "91 no server\0"
+                           "92 no PADO\0"
+                           "93 no PADS\0"
+                           "94 no AC\0"
+                           "95 no IP\0";
+constexpr char kShown[] = "00 WAN отсутствует\0"
+                          "01 Соединение отсутствует\0"
+                          "20 Подключено\0"
+                          "90 Ошибка авторизации\0"
+                          "91 Сервер недоступен\0"
+                          "99 Ошибка подключения\0";
+constexpr size_t kCodeLength = 3;
 
-constexpr StoredStatus kStored[] = {
-    {0, "00 disabled"},      {1, "01 disconnected"}, {10, "10 connecting"}, {11, "11 in idle"},
-    {12, "12 requested ip"}, {20, "20 connected"},   {90, "90 no auth"},    {91, "91 no server"},
-    {92, "92 no PADO"},      {93, "93 no PADS"},     {94, "94 no AC"},      {95, "95 no IP"},
-};
-
-struct ShownStatus {
-    int code;
-    const char *text;
-};
-
-constexpr ShownStatus kShown[] = {
-    {0, "WAN отсутствует"},     {1, "Соединение отсутствует"}, {20, "Подключено"},
-    {90, "Ошибка авторизации"}, {91, "Сервер недоступен"},     {99, "Ошибка подключения"},
-};
+// Null when the list does not have the code.
+const char *find_status(const char *texts, int code) {
+    for (; *texts != '\0'; texts += std::strlen(texts) + 1) {
+        if (std::atoi(texts) == code) {
+            return texts;
+        }
+    }
+    return nullptr;
+}
 
 } // namespace
 
-int wan_getStatus(unsigned index) {
-    return static_cast<int>(WanFile(index, _WAN_STATUS_FILE).number());
-}
-
 int wan_updateIfStatus(unsigned index, int code) {
-    const char *text = "99 error";
-    for (const StoredStatus &known : kStored) {
-        if (known.code == code) {
-            text = known.text;
-        }
-    }
-    return writeStrToFile(WanFile(index, _WAN_STATUS_FILE).path(), text);
+    const char *text = find_status(kStored, code);
+    return writeStrToFile(WanFile(index, _WAN_STATUS_FILE).path(),
+                          text != nullptr ? text : "99 error");
 }
 
 const char *wan_getTextStatus(unsigned index) {
-    int status = wan_getStatus(index);
-    for (const ShownStatus &known : kShown) {
-        if (known.code == status) {
-            return known.text;
-        }
-    }
-    return "Неизвестная ошибка";
+    const char *text = find_status(kShown, wan_getStatus(index));
+    return text != nullptr ? text + kCodeLength : "Неизвестная ошибка";
 }
 
 int wan_setLinkFlag(int on) {
