@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include "support/chars.h"
 #include "support/ring.h"
 #include "support/text_buffer.h"
 
@@ -21,10 +22,12 @@ using Address = uint8_t[kBytes];
 
 // An address and its prefix length as they stand in "2001:db8::/32".
 struct PrefixText {
-    char address[41];
+    rk::Chars<41> address;
     int prefix;
 
-    bool parse(const char *text) { return std::sscanf(text, "%40[^/]/%d", address, &prefix) == 2; }
+    bool parse(const char *text) {
+        return std::sscanf(text, "%40[^/]/%d", address.data(), &prefix) == 2;
+    }
 };
 
 // Writes the address and as much of "/prefix" as fits behind it. Returns the length, or 0.

@@ -17,6 +17,7 @@
 
 #include "support/build.h"
 #include "support/bytes.h"
+#include "support/chars.h"
 #include "support/log.h"
 #include "support/owning.h"
 #include "support/words.h"
@@ -42,7 +43,7 @@ struct Partition {
     int index;
     unsigned size;
     unsigned erasesize;
-    char name[32];
+    rk::Chars<32> name;
 };
 
 // The first line whose name contains `wanted`; the list's first line is a heading.
@@ -50,7 +51,7 @@ bool find_partition(const char *list, const char *wanted, Partition *found) {
     while ((list = std::strchr(list, '\n')) != nullptr) {
         ++list;
         int fields = std::sscanf(list, "mtd%d: %x %x \"%31[^\"]\"\n", &found->index, &found->size,
-                                 &found->erasesize, found->name);
+                                 &found->erasesize, found->name.data());
         bool is_line = fields == 4 && found->index >= 0; // negative: too large a number, wrapped
         if (is_line && std::strstr(found->name, wanted) != nullptr) {
             return true;
@@ -189,7 +190,7 @@ int compare(const UniqueFd &device, const uint8_t *bytes, uint32_t length, uint3
 } // namespace
 
 int mtd_getinfo(const char *name, mtd_partition_t *info) {
-    char text[2048];
+    rk::Chars<2048> text;
     const char *list = text;
     if (readStrFromFile(kPartitionList, text, sizeof text) < 0) {
         if (errno != ENOENT) {

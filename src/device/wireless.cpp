@@ -9,6 +9,7 @@
 
 #include <routerkit/conversions.h>
 
+#include "support/chars.h"
 #include "support/log.h"
 #include "support/socket.h"
 #include "support/text_buffer.h"
@@ -59,7 +60,7 @@ class MibExchange {
     // The length of the answer, or -1.
     int run(int number, unsigned long request, char verb);
 
-    char buffer_[kRequestSize];
+    rk::Chars<kRequestSize> buffer_;
     TextWriter text_;
 };
 
@@ -80,7 +81,7 @@ int MibExchange::run(int number, unsigned long request, char verb) {
     if (record.run(control, request) < 0) {
         buffer_[sizeof buffer_ - 1] = '\0'; // whatever the driver has done to the text
         rk::log_at(LOG_ERR, "ioctl[WLAN_%cET_MIB](\"%s\", \"%s\"): %m", verb, ifname.c_str(),
-                   buffer_);
+                   buffer_.data());
         return -1;
     }
     std::memcpy(&point, &record.record().ifr_ifru, sizeof point);
@@ -192,7 +193,8 @@ int wlio_set_mib_str(int interface_number, const char *name, const char *text) {
 }
 
 int wlio_set_mib_bin(int interface_number, const char *name, const void *bytes, size_t count) {
-    char digits[kRequestSize + 1]; // more than a request takes: what is cut here is refused there
+    rk::Chars<kRequestSize + 1>
+        digits; // more than a request takes: what is cut here is refused there
     hex_ntostr(digits, sizeof digits, bytes, count);
     return set_text("wlio_set_mib_bin", interface_number, name, digits);
 }

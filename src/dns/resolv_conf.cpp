@@ -6,6 +6,7 @@
 #include <routerkit/conversions.h>
 #include <routerkit/files.h>
 
+#include "support/chars.h"
 #include "support/lines.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
@@ -34,7 +35,7 @@ int dns_writeResolvConf(const char *path, const uint32_t *servers, unsigned coun
     rk::TextWriter text(block.get(), size);
     for (unsigned i = 0; i < count; ++i) {
         if (servers[i] != 0) {
-            char address[kAddressText];
+            rk::Chars<kAddressText> address;
             ipv4_itostr(address, servers[i]);
             text.append(kKeyword).append(address).append('\n');
         }

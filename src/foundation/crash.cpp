@@ -16,6 +16,7 @@
 
 #include "foundation/backtrace.h"
 #include "foundation/signal_tables.h"
+#include "support/chars.h"
 #include "support/errno.h"
 
 // glibc before 2.39 has the member, but not its public name (timer_create(2)).
@@ -101,9 +102,9 @@ void dump_stack_plainly() {
     void *frames[kFrames];
     int count = ::backtrace(frames, kFrames);
     for (int i = 0; i < count; ++i) {
-        char name[rk::kFrameNameSize];
+        rk::Chars<rk::kFrameNameSize> name;
         rk::name_frame(frames[i], name);
-        ::syslog(LOG_DEBUG, "%s", name);
+        ::syslog(LOG_DEBUG, "%s", name.data());
     }
 }
 

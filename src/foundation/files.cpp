@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "foundation/io.h"
+#include "support/chars.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
 
@@ -224,7 +225,7 @@ int readStrFromFile(const char *path, char *buffer, size_t size) {
 }
 
 int readFmtFromFile(const char *path, const char *format, ...) {
-    char text[2048];
+    rk::Chars<2048> text;
     int length = readStrFromFile(path, text, sizeof text);
     if (length < 0) {
         return length;
@@ -237,7 +238,7 @@ int readFmtFromFile(const char *path, const char *format, ...) {
 }
 
 long readNumFromFile(const char *path) {
-    char text[kNumberLength + 1];
+    rk::Chars<kNumberLength + 1> text;
     // Where a long has 32 bits, musl's atol would wrap around: any number might name process 1.
     return readStrFromFile(path, text, sizeof text) < 0 ? -1 : std::strtol(text, nullptr, 10);
 }

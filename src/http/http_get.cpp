@@ -9,6 +9,7 @@
 
 #include "http/exchange.h"
 #include "http/http_reply.h"
+#include "support/chars.h"
 #include "support/lines.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -33,7 +34,7 @@ struct Server {
 
     // Logs what errno is about.
     int failed(const char *step) const {
-        rk::log_at(LOG_ERR, "http_get: %s the %s:%d (%m)", step, host, port);
+        rk::log_at(LOG_ERR, "http_get: %s the %s:%d (%m)", step, host.data(), port);
         return -1;
     }
 
@@ -43,14 +44,14 @@ struct Server {
     }
 
     int port;
-    char host[64];
+    rk::Chars<64> host;
 };
 
 // The head of a reply, and the first bytes of the body that arrived with it.
 struct Head {
     size_t size;
     rk::ReplyShape shape;
-    char text[4096];
+    rk::Chars<4096> text;
 
     [[nodiscard]] char *end() { return text + size; }
 
@@ -97,7 +98,7 @@ int write_get(Request &request, const Server &server, const char *url, const cha
                           "Connection: close\r\n"
                           "%s%s%s\r\n",
                           starts_with_name ? "" : "/", static_cast<int>(std::strcspn(path, "#")),
-                          path, server.host, has_cookie ? "Cookie: " : "", cookie,
+                          path, server.host.data(), has_cookie ? "Cookie: " : "", cookie,
                           has_cookie ? "\r\n" : "")
                ? 0
                : rk::fail(ENOBUFS);

@@ -8,6 +8,7 @@
 #include <routerkit/files.h>
 #include <routerkit/link-layer.h>
 
+#include "support/chars.h"
 #include "support/errno.h"
 #include "support/text_buffer.h"
 
@@ -55,7 +56,7 @@ int circ_write_entry(FILE *stream, const char *text) {
         return fail(EINVAL);
     }
     const size_t size = entry_size;
-    char record[kLargestEntry];
+    rk::Chars<kLargestEntry> record;
     std::memset(record, 0, size);
     rk::TextWriter(record, size).format("%ld, %s", seconds(), text);
     record[size - 1] = '\n';
@@ -68,7 +69,7 @@ long circ_find_last_entry_offset(FILE *stream) {
         errno = EINVAL;
         return 0;
     }
-    char block[kLargestEntry + 1];
+    rk::Chars<kLargestEntry + 1> block;
     const size_t size = entry_size;
     const size_t room = kLargestEntry / size;
     const auto step = static_cast<long>(size);
@@ -115,7 +116,7 @@ int circ_open_and_write(const char *path, size_t size, size_t count, const char 
 }
 
 int IncreaseCountInFile(const char *path) {
-    char text[kCountDigits + 1];
+    rk::Chars<kCountDigits + 1> text;
     upFlagFile(path);
     if (readStrFromFile(path, text, sizeof text) < 0) {
         return 0;
@@ -159,16 +160,16 @@ void pppoed_frame_log(const char *text, int instance) {
 }
 
 int dhcp_log(const char *text1, const void *mac, uint32_t ip, const char *text2) {
-    char when[20];
+    rk::Chars<20> when;
     time_t2humanview(when);
     const char *label = br_mac2laname("br0", mac);
-    char mac_text[18];
+    rk::Chars<18> mac_text;
     mac_ntostr(mac_text, mac);
-    char ip_text[16];
+    rk::Chars<16> ip_text;
     ipv4_ntostr(ip_text, &ip);
     TextBuffer<512> entry;
-    entry.format("%s;%s;%s;%s;%s;%s;", when, label != nullptr ? label : "LAN", mac_text, ip_text,
-                 text1, text2);
+    entry.format("%s;%s;%s;%s;%s;%s;", when.data(), label != nullptr ? label : "LAN",
+                 mac_text.data(), ip_text.data(), text1, text2);
     circ_open_and_write("/tmp/dhcp_log", kLogEntry, kDhcpEntries, entry.c_str());
     return IncreaseCountInFile("/tmp/dhcp_events_count");
 }

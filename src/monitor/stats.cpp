@@ -9,6 +9,8 @@
 #include <routerkit/clocks.h>
 #include <routerkit/files.h>
 
+#include "support/chars.h"
+
 using std::string_view;
 
 static_assert(sizeof(cpu_stat) == 64 && offsetof(cpu_stat, steal) == 56 && sizeof(mem_info) == 24 &&
@@ -135,7 +137,7 @@ void note(sta_info &station, const char *key, string_view value) {
 
 int read_cpuinfo(cpu_stat *out) {
     *out = {};
-    char text[512];
+    rk::Chars<512> text;
     if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !begins_with(text, "cpu")) {
         return 0;
     }
@@ -193,7 +195,7 @@ void get_cpuinfo(cpu_stat *out) {
 }
 
 int get_meminfo(mem_info *out) {
-    char text[512];
+    rk::Chars<512> text;
     if (readStrFromFile("/proc/meminfo", text, sizeof text) < 0) {
         return 0;
     }

@@ -14,6 +14,7 @@
 
 #include "net/inet.h"
 #include "support/bytes.h"
+#include "support/chars.h"
 #include "support/deadline.h"
 #include "support/log.h"
 #include "support/socket.h"
@@ -198,10 +199,10 @@ int l2tp_StopCCN(uint32_t peer, int tunnel_id, int assigned_id, int send_only) {
     const int32_t size = packet.get()->length;
 
     const rk::Deadline deadline = rk::Deadline::in(kAnswerTimeoutMs);
-    char address[16];
+    rk::Chars<16> address;
     ipv4_itostr(address, peer);
     rk::log_at(LOG_NOTICE, "l2tp_StopCCN[%d/%d]: sendto %s %d bytes", tunnel_id, assigned_id,
-               address, size);
+               address.data(), size);
     if (rk::send_to(fd.get(), message, static_cast<size_t>(size), peer, kL2tpPort) < 0) {
         return failed("sendto");
     }

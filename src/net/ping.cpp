@@ -13,6 +13,7 @@
 
 #include "net/inet.h"
 #include "support/bytes.h"
+#include "support/chars.h"
 #include "support/deadline.h"
 #include "support/log.h"
 #include "support/socket.h"
@@ -96,7 +97,7 @@ class Progress {
         }
         text_.append(ifname != nullptr ? ifname : "").append(" ping");
         for (unsigned i = 0; i < count; ++i) {
-            char address[16];
+            rk::Chars<16> address;
             ipv4_itostr(address, addrs[i]);
             text_.append(' ').append(address);
         }

@@ -9,6 +9,7 @@
 #include <routerkit/wan.h>
 
 #include "net/inet.h"
+#include "support/chars.h"
 #include "support/lines.h"
 #include "support/socket.h"
 
@@ -34,7 +35,7 @@ unsigned short route_flags(uint32_t destination, uint32_t mask, uint32_t gateway
 int change_route(unsigned long request, uint32_t destination, uint32_t mask, uint32_t gateway,
                  const char *ifname) {
     // The kernel reads 15 bytes of the name whatever its length, hence a copy with room for them.
-    char device[IFNAMSIZ] = {};
+    rk::Chars<IFNAMSIZ> device = {};
     rtentry route = {};
     rk::put_inet_address(route.rt_dst, destination);
     rk::put_inet_address(route.rt_gateway, gateway);
@@ -52,7 +53,7 @@ int change_route(unsigned long request, uint32_t destination, uint32_t mask, uin
 
 // What one line of the listing tells.
 struct ListedRoute {
-    char ifname[IFNAMSIZ];
+    rk::Chars<IFNAMSIZ> ifname;
     unsigned long destination;
     unsigned gateway; // the address in network order, printed as a number of this processor
     unsigned flags;
@@ -60,8 +61,8 @@ struct ListedRoute {
 
     bool parse(const char *line) {
         int references, use, metric;
-        return std::sscanf(line, "%15s%lx%x%X%d%d%d%lx", ifname, &destination, &gateway, &flags,
-                           &references, &use, &metric, &mask) == 8;
+        return std::sscanf(line, "%15s%lx%x%X%d%d%d%lx", ifname.data(), &destination, &gateway,
+                           &flags, &references, &use, &metric, &mask) == 8;
     }
 
     [[nodiscard]] bool is_default() const {

@@ -8,6 +8,7 @@
 
 #include <routerkit/wan.h>
 
+#include "support/chars.h"
 #include "support/deadline.h"
 #include "support/socket.h"
 
@@ -120,7 +121,7 @@ int getInAddr(const char *ifname, unsigned kind, void *out) {
 }
 
 int wan_sockBind(int index, int fd) {
-    char ifname[20];
+    rk::Chars<20> ifname;
     if (wan_getConIfName(static_cast<unsigned>(index), ifname) < 0) {
         return fail(ENETDOWN);
     }

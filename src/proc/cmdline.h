@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 
+#include "support/chars.h"
 #include "support/text_buffer.h"
 
 namespace rk {
@@ -34,7 +35,7 @@ class CommandLine {
   private:
     char *target_ = nullptr;
     char *words_[kWordSlots];
-    char text_[2048];
+    Chars<2048> text_;
 };
 
 } // namespace rk

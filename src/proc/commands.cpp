@@ -13,6 +13,7 @@
 
 #include "proc/cmdline.h"
 #include "proc/spawn.h"
+#include "support/chars.h"
 #include "support/errno.h"
 #include "support/log.h"
 #include "support/owning.h"
@@ -163,7 +164,7 @@ int lcmdf(const char *format, ...) {
     Streams streams;
     streams.file = command.target();
     streams.pipe_target = STDERR_FILENO;
-    char error_text[kLogText];
+    rk::Chars<kLogText> error_text;
     pid_t pid = capture(command, streams, error_text, sizeof error_text);
     if (pid < 0) {
         return -1;

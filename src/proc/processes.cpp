@@ -13,6 +13,7 @@
 #include <routerkit/files.h>
 #include <routerkit/strings.h>
 
+#include "support/chars.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
 
@@ -78,7 +79,7 @@ const char *name_in(char *status) {
 // For the first of the status file's sixty lines the kernel would format them all, which is most of
 // what a walk costs. The comm file has the same name, but unescaped, and is missing before Linux
 // 2.6.33: status decides where there could be any difference.
-const char *quick_name(const ProcessWalk &process, char (&text)[64]) {
+const char *quick_name(const ProcessWalk &process, rk::Chars<64> &text) {
     int length = process.read("/comm", text, sizeof text) - 1; // less the newline
     if (length > 0 && std::strcspn(text, kUnlikeStatus) == static_cast<size_t>(length) &&
         text[length] == '\n') {
@@ -120,20 +121,20 @@ bool is_gone_within(pid_t pid, int sleeps) {
 // What a process's stat file begins with.
 struct Stat {
     unsigned pid;
-    char name[128]; // in parentheses
+    rk::Chars<128> name; // in parentheses
     char state;
     unsigned parent;
 };
 
 bool read_stat(unsigned pid, Stat &stat) {
-    char text[128];
+    rk::Chars<128> text;
     return readStrFromFile(strf("/proc/%u/stat", pid), text, sizeof text) >= 0 &&
-           std::sscanf(text, "%u %127s %c %u", &stat.pid, stat.name, &stat.state, &stat.parent) ==
-               4;
+           std::sscanf(text, "%u %127s %c %u", &stat.pid, stat.name.data(), &stat.state,
+                       &stat.parent) == 4;
 }
 
 // The command line, or the name without its parentheses for what has none, as a kernel thread.
-const char *trace_text(unsigned pid, Stat &stat, char (&command)[128]) {
+const char *trace_text(unsigned pid, Stat &stat, rk::Chars<128> &command) {
     rk::TextBuffer<32> path;
     path.format("/proc/%u/cmdline", pid);
     int length = readStrFromFile(path.c_str(), command, sizeof command);
@@ -156,7 +157,7 @@ int find_pid_by_name(const char *name) {
         return -1;
     }
     while (processes.next()) {
-        char text[128];
+        rk::Chars<128> text;
         const char *found =
             processes.read("/status", text, sizeof text) < 0 ? nullptr : name_in(text);
         if (found == nullptr) {
@@ -175,7 +176,7 @@ int isCmdActive(const char *command) {
         return -1;
     }
     while (processes.next()) {
-        char text[256];
+        rk::Chars<256> text;
         int length = processes.read("/cmdline", text, sizeof text);
         if (length < 1) {
             continue;
@@ -195,7 +196,7 @@ int killall(const char *names, int signal) {
     }
     int count = 0;
     while (processes.next()) {
-        char text[64];
+        rk::Chars<64> text;
         const char *name = quick_name(processes, text);
         if (name != nullptr && is_listed(names, name) &&
             (signal == 0 || ::kill(processes.pid(), signal) == 0)) {
@@ -235,7 +236,7 @@ int trace_pid(unsigned pid, unsigned depth) {
     if (!read_stat(pid, stat)) {
         return -1;
     }
-    char command[128];
+    rk::Chars<128> command;
     const char *text = trace_text(pid, stat, command);
     if (stat.parent != 1) {
         trace_pid(stat.parent, depth - 1);

@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "support/chars.h"
 #include "support/errno.h"
 
 namespace rk {
@@ -77,8 +78,8 @@ class LineReader {
     int fd_;
     size_t used_ = 0;
     size_t filled_ = 0;
-    char line_[Size];
-    char block_[1024];
+    Chars<Size> line_;
+    Chars<1024> block_;
 };
 
 } // namespace rk

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "support/bytes.h"
+#include "support/chars.h"
 #include "support/owning.h"
 
 namespace rk {
@@ -36,7 +37,7 @@ inline int find_host(const char *host, in_addr *out) {
     if (host[std::strspn(host, "0123456789.")] == '\0' && ::inet_aton(host, out) != 0) {
         return 0;
     }
-    char room[4096];
+    Chars<4096> room;
     hostent entry;
     hostent *found = nullptr;
     int error = 0;
@@ -59,9 +60,9 @@ inline int bind_to_device(int fd, const char *ifname) {
 
 // Puts a name into a kernel record. One of more than 15 characters names no interface: it must
 // never be taken for the one that has its first 15, so it is refused with ENODEV.
-[[nodiscard]] inline int set_device_name(char (&field)[IFNAMSIZ], const char *ifname) {
+[[nodiscard]] inline int set_device_name(char *field, const char *ifname) {
     size_t length = std::strlen(ifname);
-    if (length >= sizeof field) {
+    if (length >= IFNAMSIZ) {
         return fail(ENODEV);
     }
     std::memcpy(field, ifname, length + 1);

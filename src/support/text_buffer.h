@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/chars.h"
+
 namespace rk {
 
 // Appends text to a caller's buffer and always keeps it terminated. What does not fit is cut at the
@@ -40,7 +42,7 @@ class TextWriter {
     TextWriter &append(char character) { return append(std::string_view(&character, 1)); }
 
     TextWriter &append_decimal(long number) {
-        char digits[24];
+        Chars<24> digits;
         char *digit = digits + sizeof digits;
         auto rest = static_cast<unsigned long>(number);
         rest = number < 0 ? 0 - rest : rest;
@@ -89,10 +91,10 @@ class TextWriter {
 template <size_t Size>
 class TextBuffer : public TextWriter {
   public:
-    TextBuffer() : TextWriter(storage_, Size) {}
+    TextBuffer() : TextWriter(reinterpret_cast<char *>(storage_), Size) {}
 
   private:
-    char storage_[Size];
+    unsigned char storage_[Size]; // as in Chars
 };
 
 // Formatted paths, commands and contents are built in buffers of this size.

@@ -7,6 +7,7 @@
 #include <routerkit/files.h>
 #include <routerkit/strings.h>
 
+#include "support/chars.h"
 #include "support/errno.h"
 #include "wan/attributes.h"
 #include "wan/wan_file.h"
@@ -107,7 +108,7 @@ int serviceListToAppType(int services) {
 }
 
 uint32_t wan_getIP(unsigned index, int *prefix) {
-    char text[kIfNameText];
+    rk::Chars<kIfNameText> text;
     if (read_name(index, _WAN_IP_FILE, text) < 0) {
         return 0;
     }
@@ -119,7 +120,7 @@ uint32_t wan_getIP(unsigned index, int *prefix) {
 }
 
 uint32_t wan_getGateway(unsigned index) {
-    char text[kIfNameText];
+    rk::Chars<kIfNameText> text;
     return read_name(index, _WAN_GW_FILE, text) < 0 ? 0 : ipv4_atoi(text);
 }
 
@@ -170,7 +171,7 @@ int wan_isEnabled(unsigned index) {
 
 int wan_getIdxByIface(const char *name) {
     for (unsigned index = 1; name != nullptr && index <= kLastWanIndex; ++index) {
-        char text[kIfNameText];
+        rk::Chars<kIfNameText> text;
         if (wan_getConIfName(index, text) >= 0 && std::strcmp(text, name) == 0) {
             return static_cast<int>(index);
         }

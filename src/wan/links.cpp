@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include "support/chars.h"
 #include "support/errno.h"
 #include "wan/wan_file.h"
 
@@ -47,7 +48,7 @@ int wan_readLink(const char *name) {
     if (!link.fits()) {
         return rk::fail(ENOBUFS);
     }
-    char target[128];
+    rk::Chars<128> target;
     ssize_t length = ::readlink(link.c_str(), target, sizeof target - 1);
     if (length < 0) {
         return -1;

@@ -3,6 +3,7 @@
 #include <routerkit/dns.h>
 #include <routerkit/files.h>
 
+#include "support/chars.h"
 #include "support/log.h"
 #include "wan/wan_file.h"
 
@@ -35,7 +36,7 @@ int wan_updateActiveDNS(unsigned index) {
     if (index == 0) {
         return createFile(kSystemFile);
     }
-    char text[2048];
+    rk::Chars<2048> text;
     int length = WanFile(index, _WAN_RESOLV_FILE).text(text, sizeof text);
     if (length < 0) {
         rk::log_at(LOG_ERR, "fail to read WAN%d %s: %m", static_cast<int>(index), _WAN_RESOLV_FILE);

@@ -3,6 +3,7 @@
 #include <routerkit/dns.h>
 #include <routerkit/ping.h>
 
+#include "support/chars.h"
 #include "support/deadline.h"
 #include "support/errno.h"
 #include "support/log.h"
@@ -35,7 +36,7 @@ int resolve_before(Deadline deadline, const char *ifname, unsigned index, const 
 
 int wan_resolve_domain(unsigned index, const char *name, uint32_t *addrs, unsigned max,
                        unsigned timeout_ms) {
-    char ifname[rk::kIfNameText];
+    rk::Chars<rk::kIfNameText> ifname;
     if (wan_getConIfName(index, ifname) < 0) {
         return fail(ENETDOWN);
     }
@@ -52,7 +53,7 @@ int wan_gethostbyname(unsigned index, const char *name, uint32_t *addr) {
 }
 
 int wan_ping_test(unsigned index, const char *host, unsigned timeout_ms, unsigned flags) {
-    char ifname[rk::kIfNameText];
+    rk::Chars<rk::kIfNameText> ifname;
     if (wan_getConIfName(index, ifname) < 0) {
         return fail(ENETDOWN);
     }

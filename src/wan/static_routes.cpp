@@ -8,6 +8,7 @@
 #include <routerkit/files.h>
 #include <routerkit/routes.h>
 
+#include "support/chars.h"
 #include "support/lines.h"
 #include "support/owning.h"
 #include "wan/wan_file.h"
@@ -21,11 +22,12 @@ constexpr size_t kLineRoom = 36; // "255.255.255.255/32-255.255.255.255" and a n
 static_assert(sizeof(wan_route_t) == 12, "host programs pass arrays of them");
 
 void append_route(rk::TextWriter &text, const wan_route_t &route) {
-    char destination[16];
-    char gateway[16];
+    rk::Chars<16> destination;
+    rk::Chars<16> gateway;
     ipv4_itostr(destination, route.destination);
     ipv4_itostr(gateway, route.gateway);
-    text.format("%s/%u-%s\n", destination, static_cast<unsigned>(ipv4_itow(route.mask)), gateway);
+    text.format("%s/%u-%s\n", destination.data(), static_cast<unsigned>(ipv4_itow(route.mask)),
+                gateway.data());
 }
 
 // Where the number behind the first such character of a line begins; null if the line has none.
@@ -51,7 +53,7 @@ using RouteChange = int (*)(uint32_t destination, uint32_t mask, uint32_t gatewa
                             const char *ifname);
 
 int change_routes(RouteChange change, unsigned index, const wan_route_t *routes, size_t count) {
-    char ifname[rk::kIfNameText];
+    rk::Chars<rk::kIfNameText> ifname;
     if (wan_getConIfName(index, ifname) < 0) {
         return -1;
     }
