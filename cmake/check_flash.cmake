@@ -20,7 +20,7 @@ set(read_only 0)
 set(writable 0)
 foreach(section IN LISTS sections)
     if(NOT section MATCHES
-            "\\] (\\.[^ ]+) +(PROGBITS|NOBITS|INIT_ARRAY|FINI_ARRAY) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +([A-Za-z]+) ")
+            "\\] (\\.[^ ]+) +(PROGBITS|NOBITS|INIT_ARRAY|FINI_ARRAY) +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) [0-9a-f]+ +([WAXMSp]+) ")
         continue()
     endif()
     math(EXPR size "0x${CMAKE_MATCH_3}")
