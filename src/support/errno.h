@@ -23,13 +23,18 @@ class ErrnoSaver {
     return -1;
 }
 
+// Whether the system call that has just failed did so because a signal arrived.
+[[nodiscard, gnu::noinline]] inline bool interrupted() {
+    return errno == EINTR;
+}
+
 // Repeats a system call for as long as a signal interrupts it. Never for close: on Linux the
 // descriptor is gone even when close reports EINTR.
 template <typename Call>
 auto retry_eintr(Call call) {
     for (;;) {
         auto result = call();
-        if (result >= 0 || errno != EINTR) {
+        if (result >= 0 || !interrupted()) {
             return result;
         }
     }
