@@ -1,20 +1,21 @@
 #include "foundation/backtrace.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 
 #include <dlfcn.h>
+
+#include "support/text_buffer.h"
 
 void rk::name_frame(void *frame, char *name) {
     Dl_info place = {};
     ::dladdr(frame, &place);
     const void *base = place.dli_saddr != nullptr ? place.dli_saddr : place.dli_fbase;
     auto offset = reinterpret_cast<uintptr_t>(frame) - reinterpret_cast<uintptr_t>(base);
-    std::snprintf(name, kFrameNameSize, "%s(%s+0x%lx) [%p]",
-                  place.dli_fname != nullptr ? place.dli_fname : "",
-                  place.dli_sname != nullptr ? place.dli_sname : "",
-                  static_cast<unsigned long>(offset), frame);
+    TextWriter(name, kFrameNameSize)
+        .format("%s(%s+0x%lx) [%p]", place.dli_fname != nullptr ? place.dli_fname : "",
+                place.dli_sname != nullptr ? place.dli_sname : "",
+                static_cast<unsigned long>(offset), frame);
 }
 
 #if !ROUTERKIT_HAS_EXECINFO

@@ -167,12 +167,11 @@ int calc_value_percent(int64_t a, int64_t b, int total) {
     const uint32_t divisor =
         total < 0 ? 0U - static_cast<uint32_t>(total) : static_cast<uint32_t>(total);
     const uint32_t value = distance(a, b);
-    uint32_t percent = value / divisor;
+    uint32_t percent = value / divisor * 100;
     uint64_t rest = value % divisor;
-    for (int digits = 0; digits < 2; ++digits) {
-        percent *= 10;
+    for (uint32_t part = 10; part != 0; part /= 10) {
         for (rest *= 10; rest >= divisor; rest -= divisor) {
-            ++percent;
+            percent += part;
         }
     }
     return static_cast<int>(total < 0 ? 0U - percent : percent);

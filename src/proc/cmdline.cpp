@@ -27,7 +27,7 @@ void drop_ampersand(char *text) {
 char *take_target(char *text) {
     char *sign = std::strrchr(text, '>');
     if (sign == nullptr || sign == text || sign[-1] == '\\' ||
-        std::strpbrk(sign, "'\"") != nullptr) {
+        sign[std::strcspn(sign, "'\"")] != '\0') {
         return nullptr;
     }
     end_text(text, sign);

@@ -36,8 +36,11 @@ struct Launch {
     bool bin_only;
     const char *complaint;
     sigset_t *mask = nullptr; // the host's
-    bool copied = false;      // the child has a copy of the memory
+    bool may_wait = false;    // the child, before it execs
     int exec_error = 0;       // what the child reports
+
+    // Whether the child has a copy of the memory.
+    [[nodiscard]] bool copied() const { return kVforkCopies || may_wait; }
 };
 
 // glibc's strerror translates, with locks and memory of the host's; the host sets no language for
@@ -143,7 +146,7 @@ void connect_streams(const Streams &streams) {
     ::execvpe(launch.file, launch.words, launch.envp);
     int error = errno;
     launch.exec_error = error;
-    if (launch.copied) {
+    if (launch.copied()) {
         log_exec_failure(launch);
     }
     if (launch.complaint != nullptr) {
@@ -166,7 +169,7 @@ bool open_may_wait(const char *path) {
 // A function of its own, with nothing else in it that the child could spoil on its stack. A fork
 // copies the page tables, which takes a hundred times as long from a large host.
 [[gnu::noinline]] pid_t make_child(Launch &launch) {
-    pid_t pid = launch.copied ? ::fork() : ::vfork(); // NOLINT(clang-analyzer-*)
+    pid_t pid = launch.copied() ? ::fork() : ::vfork(); // NOLINT(clang-analyzer-*)
     if (pid == 0) {
         run_child(launch);
     }
@@ -178,12 +181,12 @@ pid_t start(Launch &launch) {
     ::sigfillset(&all);
     ::sigprocmask(SIG_SETMASK, &all, &mask);
     launch.mask = &mask;
-    launch.copied = kVforkCopies || open_may_wait(launch.streams.file);
+    launch.may_wait = !kVforkCopies && open_may_wait(launch.streams.file);
     int before = errno;
     pid_t pid = make_child(launch);
     int error = pid < 0 ? errno : before; // errno is memory that the child shares, too
     ::sigprocmask(SIG_SETMASK, &mask, nullptr);
-    if (launch.exec_error != 0) {
+    if (!launch.copied() && launch.exec_error != 0) {
         log_exec_failure(launch);
     }
     errno = error;
