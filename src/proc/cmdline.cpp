@@ -85,12 +85,8 @@ void append_words(TextWriter &text, char *const *words) {
 }
 
 bool CommandLine::parse(const char *format, va_list args) {
-    if (format == nullptr) {
-        errno = EINVAL;
-        return false;
-    }
     TextWriter text(text_, sizeof text_);
-    if (!text.vformat(format, args)) {
+    if (format != nullptr && !text.vformat(format, args)) {
         errno = ENOBUFS;
         return false;
     }

@@ -59,7 +59,7 @@ int _echo(int argc, char **argv, const char *outPath) {
     rk::TextBuffer<1024> text;
     bool newline = true;
     for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], "-n", 2) == 0) {
+        if (argv[i][0] == '-' && argv[i][1] == 'n') {
             newline = false;
         } else {
             text.append(argv[i]);

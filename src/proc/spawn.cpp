@@ -35,9 +35,8 @@ struct Launch {
     char *const *envp;
     bool bin_only;
     const char *complaint;
-    sigset_t *mask = nullptr; // the host's
-    bool may_wait = false;    // the child, before it execs
-    int exec_error = 0;       // what the child reports
+    bool may_wait = false; // the child, before it execs
+    int exec_error = 0;    // what the child reports
 
     // Whether the child has a copy of the memory.
     [[nodiscard]] bool copied() const { return kVforkCopies || may_wait; }
@@ -136,12 +135,13 @@ void connect_streams(const Streams &streams) {
     }
 }
 
-[[noreturn]] void run_child(Launch &launch) {
+// `mask` is the host's.
+[[noreturn]] void run_child(Launch &launch, const sigset_t &mask) {
     default_handlers();
     if (launch.bin_only) {
         ::signal(SIGINT, SIG_IGN);
     }
-    ::sigprocmask(SIG_SETMASK, launch.mask, nullptr);
+    ::sigprocmask(SIG_SETMASK, &mask, nullptr);
     connect_streams(launch.streams);
     ::execvpe(launch.file, launch.words, launch.envp);
     int error = errno;
@@ -168,10 +168,10 @@ bool open_may_wait(const char *path) {
 
 // A function of its own, with nothing else in it that the child could spoil on its stack. A fork
 // copies the page tables, which takes a hundred times as long from a large host.
-[[gnu::noinline]] pid_t make_child(Launch &launch) {
+[[gnu::noinline]] pid_t make_child(Launch &launch, const sigset_t &mask) {
     pid_t pid = launch.copied() ? ::fork() : ::vfork(); // NOLINT(clang-analyzer-*)
     if (pid == 0) {
-        run_child(launch);
+        run_child(launch, mask);
     }
     return pid;
 }
@@ -180,10 +180,9 @@ pid_t start(Launch &launch) {
     sigset_t all, mask;
     ::sigfillset(&all);
     ::sigprocmask(SIG_SETMASK, &all, &mask);
-    launch.mask = &mask;
     launch.may_wait = !kVforkCopies && open_may_wait(launch.streams.file);
     int before = errno;
-    pid_t pid = make_child(launch);
+    pid_t pid = make_child(launch, mask);
     int error = pid < 0 ? errno : before; // errno is memory that the child shares, too
     ::sigprocmask(SIG_SETMASK, &mask, nullptr);
     if (!launch.copied() && launch.exec_error != 0) {
