@@ -61,13 +61,13 @@ int handle(int number, Handler *handler, struct sigaction *before = nullptr) {
     return ::sigaction(number, &action, before);
 }
 
-void log_signal(int number, const siginfo_t *info) {
-    const rk::SignalRow *signal = rk::find_signal(number);
-    const char *cause = rk::find_cause(number, info->si_code);
+// `signal` is null for one that the tables do not know.
+void log_signal(const rk::SignalRow *signal, const siginfo_t *info) {
+    const char *cause = rk::find_cause(info->si_signo, info->si_code);
     if (signal != nullptr) {
         ::syslog(LOG_DEBUG, "SIG%s(%s): %p", signal->name, cause, info->si_addr);
     } else {
-        ::syslog(LOG_DEBUG, "Recieved SIGNAL: %d(%s): %p", number, cause, info->si_addr);
+        ::syslog(LOG_DEBUG, "Recieved SIGNAL: %d(%s): %p", info->si_signo, cause, info->si_addr);
     }
 }
 
@@ -118,7 +118,7 @@ void dump_stack_plainly() {
     die();
 }
 
-[[noreturn]] void report_and_die(int number, const siginfo_t *info) {
+[[noreturn]] void report_and_die(const rk::SignalRow *signal, const siginfo_t *info) {
     bool again = reporter == ::getpid();
     if (!again) { // the first one's time goes on
         limit_report();
@@ -129,7 +129,7 @@ void dump_stack_plainly() {
         die_after_broken_report();
     }
     reporter = ::getpid();
-    log_signal(number, info);
+    log_signal(signal, info);
     leave_things_in_order();
     dumping = 1;
     dump_stack();
@@ -220,7 +220,7 @@ void try_locks() {
 }
 
 // Whether the line was written, and that without delay.
-bool log_unless_stuck(int number, const siginfo_t *info) {
+bool log_unless_stuck(const rk::SignalRow *signal, const siginfo_t *info) {
     Attempt attempt;
     Ticker ticker(attempt);
     if (!ticker.running() || sigsetjmp(attempt.way_out, 1) != 0) {
@@ -229,11 +229,11 @@ bool log_unless_stuck(int number, const siginfo_t *info) {
     attempt.trying_locks = 1;
     try_locks();
     attempt.trying_locks = 0;
-    log_signal(number, info);
+    log_signal(signal, info);
     return attempt.ticks == 0;
 }
 
-void log_and_go_on(int number, const siginfo_t *info) {
+void log_and_go_on(const rk::SignalRow *signal, const siginfo_t *info) {
     rk::ErrnoSaver keep;
     int now = get_monotonic_sec();
     if (now < quiet_until) {
@@ -241,7 +241,7 @@ void log_and_go_on(int number, const siginfo_t *info) {
     }
     let_signals_wait();
     quiet_until = now + kQuietSeconds; // also for a thread that comes here meanwhile
-    if (log_unless_stuck(number, info)) {
+    if (log_unless_stuck(signal, info)) {
         quiet_until = 0;
     }
 }
@@ -249,9 +249,9 @@ void log_and_go_on(int number, const siginfo_t *info) {
 void on_signal(int number, siginfo_t *info, void * /*context*/) {
     const rk::SignalRow *signal = rk::find_signal(number);
     if (signal != nullptr && signal->fatal != 0) {
-        report_and_die(number, info);
+        report_and_die(signal, info);
     }
-    log_and_go_on(number, info);
+    log_and_go_on(signal, info);
 }
 
 // The first backtrace loads the unwinder, and the first line logged reads the time zone: both take

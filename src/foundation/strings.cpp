@@ -46,7 +46,7 @@ size_t escape(char character, char (&out)[4]) {
 // Where a URL's host starts; null for no URL.
 const char *host_start(const char *url) {
     const char *colon = std::strchr(url, ':');
-    if (colon == nullptr || std::strncmp(colon + 1, "//", 2) != 0) {
+    if (colon == nullptr || colon[1] != '/' || colon[2] != '/') {
         return nullptr;
     }
     const char *authority = colon + 3;
