@@ -123,6 +123,7 @@ int read_station_count(const char *&text) {
     return static_cast<int>(count);
 }
 
+// The value is a word of the table: a number ends with it, at a blank or the end of the text.
 void note(sta_info &station, const char *key, string_view value) {
     if (begins_with(key, "rssi:")) {
         station.rssi = static_cast<int32_t>(std::strtol(value.data(), nullptr, 10));

@@ -9,7 +9,7 @@ namespace rk {
 namespace {
 
 // Cuts a text at its end, and the spaces before that end off.
-void end_text(char *start, char *end) {
+[[gnu::noinline]] void end_text(char *start, char *end) {
     while (end > start && end[-1] == ' ') {
         --end;
     }
