@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "http/json_text.h"
+#include "support/build.h"
 
 static_assert(offsetof(json_node_t, value) == 2 * sizeof(void *) &&
                   sizeof(json_node_t) == (2 + JSON_MAX_CHILDREN + 1) * sizeof(void *),
@@ -111,8 +112,8 @@ char *parse_literal(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
 
 // The value at `pos`, as if the parsers were tried in their order: once there is an error, the first
 // one, for strings, is the only one that still takes a value.
-[[gnu::always_inline]] inline char *parse_any(json_ctx_t *ctx, json_node_t *node, char *pos,
-                                              char *end) {
+[[gnu::always_inline]] inline char *parse_here(json_ctx_t *ctx, json_node_t *node, char *pos,
+                                               char *end) {
     if (at(pos) == '"') {
         return parse_string(ctx, node, pos, end);
     }
@@ -126,6 +127,10 @@ char *parse_literal(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
         return parse_children(ctx, node, pos, end);
     }
     return parse_literal(ctx, node, pos, end);
+}
+
+char *parse_any(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
+    return parse_here(ctx, node, pos, end);
 }
 
 // Takes the key at `pos` and the colon behind it; null, with `pos` where it ends, for none.
@@ -164,7 +169,8 @@ char *parse_children(json_ctx_t *ctx, json_node_t *node, char *pos, char *end) {
             return fail_at(ctx, JSON_ERROR_NODES, pos);
         }
         child->key = key;
-        pos = skip_space(parse_any(ctx, child, pos, end));
+        pos = rk::kForSize ? parse_any(ctx, child, pos, end) : parse_here(ctx, child, pos, end);
+        pos = skip_space(pos);
         node->value.children[count] = child;
         node->count = ++count;
         if (at(pos) != ',') {

@@ -61,39 +61,30 @@ int find_all(Char *text, const char *pattern, Callback callback, void *arg) {
     return count;
 }
 
-// Offers the groups of the first match one by one until `take` declines. The end of the match.
-template <typename Char, typename Take>
-Char *find_first(Char *text, const char *pattern, Take take) {
+// The first match; false for none.
+bool find_first(const char *text, const char *pattern, regmatch_t (&slots)[REGEX_SLOTS]) {
+    return Pattern(pattern).match(text, slots);
+}
+
+// Stores where the groups start and end, for as long as there are places; those of a const text are
+// passed in the same way. The end of the match, or null.
+char *find_ref(char *text, const char *pattern, va_list args) {
     regmatch_t slots[REGEX_SLOTS];
-    if (!Pattern(pattern).match(text, slots)) {
+    if (!find_first(text, pattern, slots)) {
         return nullptr;
     }
     for (int i = 1; i < REGEX_SLOTS && took_part(slots[i]); ++i) {
-        if (!take(text + slots[i].rm_so, text + slots[i].rm_eo)) {
+        auto **start_out = va_arg(args, char **);
+        if (start_out == nullptr) {
             break;
+        }
+        auto **end_out = va_arg(args, char **);
+        *start_out = text + slots[i].rm_so;
+        if (end_out != nullptr) {
+            *end_out = text + slots[i].rm_eo;
         }
     }
     return text + slots[0].rm_eo;
-}
-
-template <typename Char>
-Char *find_ref(Char *text, const char *pattern, va_list args) {
-    va_list outputs;
-    va_copy(outputs, args);
-    Char *end = find_first(text, pattern, [&](Char *group, Char *group_end) {
-        auto **start_out = va_arg(outputs, Char **);
-        if (start_out == nullptr) {
-            return false;
-        }
-        auto **end_out = va_arg(outputs, Char **);
-        *start_out = group;
-        if (end_out != nullptr) {
-            *end_out = group_end;
-        }
-        return true;
-    });
-    va_end(outputs);
-    return end;
 }
 
 } // namespace
@@ -118,26 +109,30 @@ char *regex_find_ref(char *text, const char *pattern, ...) {
 const char *regex_find_const_ref(const char *text, const char *pattern, ...) {
     va_list args;
     va_start(args, pattern);
-    const char *end = find_ref(text, pattern, args);
+    const char *end = find_ref(const_cast<char *>(text), pattern, args);
     va_end(args);
     return end;
 }
 
 const char *regex_find_ex(const char *text, const char *pattern, ...) {
+    regmatch_t slots[REGEX_SLOTS];
+    if (!find_first(text, pattern, slots)) {
+        return nullptr;
+    }
     va_list args;
     va_start(args, pattern);
-    const char *end = find_first(text, pattern, [&](const char *group, const char *group_end) {
+    for (int i = 1; i < REGEX_SLOTS && took_part(slots[i]); ++i) {
         char *buffer = va_arg(args, char *);
         if (buffer == nullptr) {
-            return false;
+            break;
         }
         int size = va_arg(args, int);
         if (size > 0) {
             rk::TextWriter(buffer, static_cast<size_t>(size))
-                .append({group, static_cast<size_t>(group_end - group)});
+                .append(
+                    {text + slots[i].rm_so, static_cast<size_t>(slots[i].rm_eo - slots[i].rm_so)});
         }
-        return true;
-    });
+    }
     va_end(args);
-    return end;
+    return text + slots[0].rm_eo;
 }
