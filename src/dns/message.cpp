@@ -13,14 +13,18 @@ constexpr size_t kHeaderSize = 12;
 constexpr size_t kFlagsOffset = 2;
 constexpr size_t kQuestionsOffset = 4;
 constexpr size_t kAnswersOffset = 6;
-constexpr uint16_t kIdentifier = 0x0100; // of every query
-constexpr uint16_t kRecursionDesired = 0x0100;
+constexpr uint8_t kIdentifier = 0x01; // the first byte of every query's
+constexpr uint8_t kRecursionDesired = 0x01;
 
-constexpr uint16_t kTypeA = 1;
-constexpr uint16_t kClassIn = 1;
+constexpr uint8_t kTypeA = 1;
+constexpr uint8_t kClassIn = 1;
 constexpr size_t kAddressSize = 4;
-constexpr size_t kTtlSize = 4;
 constexpr size_t kQuestionTail = 4; // type and class
+
+// RFC 1035, 4.1.3: what stands between a record's name and its data, from the type on.
+constexpr size_t kClassOffset = 2;
+constexpr size_t kLengthOffset = 8;
+constexpr size_t kFieldsSize = 10;
 
 constexpr size_t kLongestLabel = 63;
 // Around the name: the first label's length byte, the zero byte at the end, type and class.
@@ -29,13 +33,6 @@ constexpr size_t kLongestName = kMessageSize - kHeaderSize - 2 - kQuestionTail;
 constexpr uint8_t kPointerBits = 0xc0;
 constexpr size_t kLongestText = 512; // of a received name: labels, dots and a NUL
 constexpr unsigned kMostPointers = 64;
-
-struct Record {
-    uint16_t type;
-    uint16_t network_class;
-    uint16_t length;
-    const uint8_t *data;
-};
 
 // Writes each label's length into the byte before it: where its dot was, and for the first one the
 // byte before the name.
@@ -59,57 +56,57 @@ bool mark_labels(uint8_t *name, size_t length) {
 // is (RFC 1035, 4.1.4). Pointers may form loops: with their number and the text both limited, every
 // name comes to an end.
 bool skip_name(ByteReader &message) {
-    ByteReader name = message; // goes where the pointers lead
-    size_t text = 1;           // its NUL
+    size_t behind = 0; // the first pointer, where the record goes on
+    size_t text = 1;   // its NUL
     unsigned pointers = 0;
     for (;;) {
-        size_t start = name.position();
-        uint8_t length = name.u8();
+        size_t start = message.position();
+        uint8_t length = message.u8();
         if ((length & kPointerBits) != 0) {
-            size_t target = static_cast<size_t>(length & ~kPointerBits) << 8 | name.u8();
+            size_t target = static_cast<size_t>(length & ~kPointerBits) << 8 | message.u8();
             if (pointers == 0) {
-                message = name; // the record goes on behind its first pointer
+                behind = message.position();
             }
             if (target == start || ++pointers > kMostPointers) {
                 return false;
             }
-            name.seek(target);
+            message.seek(target);
             continue;
         }
         if (length == 0) {
             break;
         }
-        name.take(length);
+        message.take(length);
         text += length + size_t{1};
         if (text > kLongestText) {
             return false;
         }
     }
-    if (pointers == 0) {
-        message = name;
+    if (pointers != 0) {
+        message.seek(behind);
     }
-    return name.ok();
+    return message.ok();
 }
 
 bool skip_question(ByteReader &message) {
     return skip_name(message) && message.take(kQuestionTail) != nullptr;
 }
 
-bool read_record(ByteReader &message, Record &record) {
+// Steps over a record. Its address, or null for another kind of record; false for none.
+bool read_record(ByteReader &message, const uint8_t *&address) {
     if (!skip_name(message)) {
         return false;
     }
-    record.type = message.be16();
-    record.network_class = message.be16();
-    message.take(kTtlSize);
-    record.length = message.be16();
-    record.data = message.take(record.length);
-    return message.ok();
-}
-
-bool is_address(const Record &record) {
-    return record.type == kTypeA && record.network_class == kClassIn &&
-           record.length == kAddressSize;
+    const uint8_t *fields = message.take(kFieldsSize);
+    if (fields == nullptr) {
+        return false;
+    }
+    size_t length = load_be16(fields + kLengthOffset);
+    bool matches = load_be16(fields) == kTypeA && load_be16(fields + kClassOffset) == kClassIn &&
+                   length == kAddressSize;
+    const uint8_t *data = message.take(length);
+    address = matches ? data : nullptr;
+    return data != nullptr;
 }
 
 } // namespace
@@ -123,17 +120,17 @@ size_t build_query(uint8_t (&message)[kMessageSize], const char *name) {
         return 0;
     }
     std::memset(message, 0, sizeof message);
-    store_be16(message, kIdentifier);
-    store_be16(message + kFlagsOffset, kRecursionDesired);
-    store_be16(message + kQuestionsOffset, 1);
+    message[0] = kIdentifier;
+    message[kFlagsOffset] = kRecursionDesired;
+    message[kQuestionsOffset + 1] = 1;
     uint8_t *labels = message + kHeaderSize + 1;
     std::memcpy(labels, name, length);
     if (!mark_labels(labels, length)) {
         return 0;
     }
     uint8_t *tail = labels + length + 1;
-    store_be16(tail, kTypeA);
-    store_be16(tail + 2, kClassIn);
+    tail[1] = kTypeA;
+    tail[3] = kClassIn;
     return static_cast<size_t>(tail - message) + kQuestionTail;
 }
 
@@ -148,12 +145,13 @@ int parse_reply(const uint8_t *message, size_t size, uint32_t *addrs, unsigned m
         return fail(EPROTO);
     }
     unsigned stored = 0;
-    for (Record record; answers != 0; --answers) {
-        if (!read_record(reader, record)) {
+    for (; answers != 0; --answers) {
+        const uint8_t *address;
+        if (!read_record(reader, address)) {
             return stored != 0 ? static_cast<int>(stored) : fail(EPROTO);
         }
-        if (stored < max && is_address(record)) {
-            addrs[stored++] = load_be32(record.data);
+        if (stored < max && address != nullptr) {
+            addrs[stored++] = load_be32(address);
         }
     }
     return static_cast<int>(stored);

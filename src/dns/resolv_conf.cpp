@@ -1,5 +1,6 @@
 #include <routerkit/dns.h>
 
+#include <climits>
 #include <cstdlib>
 #include <string_view>
 
@@ -23,11 +24,10 @@ constexpr size_t kLineRoom = kKeyword.size() + kAddressText + 1; // with the new
 } // namespace
 
 int dns_writeResolvConf(const char *path, const uint32_t *servers, unsigned count) {
-    int room; // what the result can tell
-    if (__builtin_mul_overflow(count, kLineRoom, &room) || __builtin_add_overflow(room, 1, &room)) {
+    if (count > (INT_MAX - 1) / kLineRoom) { // more than the result can tell
         return fail(EOVERFLOW);
     }
-    auto size = static_cast<size_t>(room);
+    size_t size = count * kLineRoom + 1;
     MallocPtr<char> block(static_cast<char *>(std::malloc(size)));
     if (!block) {
         return -1;

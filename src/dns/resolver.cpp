@@ -71,34 +71,24 @@ struct Exchange {
     }
 };
 
-using Ask = int (*)(const Exchange &, Deadline);
+// Asks all the servers before it awaits as many replies, or one after the other.
+enum class Order { kAllAtOnce, kInTurn };
 
-int ask_all_at_once(const Exchange &exchange, Deadline deadline) {
+int ask(const Exchange &exchange, Order order, Deadline deadline) {
     for (int pass = 0; pass < kPasses; ++pass) {
-        for (uint32_t server : exchange.servers) {
-            if (!exchange.send_to(server)) {
+        size_t awaited = 0;
+        for (size_t i = 0; i < exchange.servers.size(); ++i) {
+            if (exchange.send_to(exchange.servers[i])) {
+                ++awaited;
+            } else if (order == Order::kAllAtOnce) {
                 return -1;
             }
-        }
-        for (size_t replies = 0; replies < exchange.servers.size(); ++replies) {
-            int count = exchange.receive(deadline);
-            if (count != kUselessReply) {
-                return count;
-            }
-        }
-    }
-    return fail(ENOENT);
-}
-
-int ask_in_turn(const Exchange &exchange, Deadline deadline) {
-    for (int pass = 0; pass < kPasses; ++pass) {
-        for (uint32_t server : exchange.servers) {
-            if (!exchange.send_to(server)) {
-                continue;
-            }
-            int count = exchange.receive(deadline);
-            if (count != kUselessReply) {
-                return count;
+            bool last = i + 1 == exchange.servers.size();
+            for (; awaited != 0 && (last || order == Order::kInTurn); --awaited) {
+                int count = exchange.receive(deadline);
+                if (count != kUselessReply) {
+                    return count;
+                }
             }
         }
     }
@@ -108,11 +98,17 @@ int ask_in_turn(const Exchange &exchange, Deadline deadline) {
 // The servers that a file names, less those that are 0.
 std::span<const uint32_t> read_servers(const char *path, uint32_t (&servers)[kMostServers]) {
     int count = dns_readResolvConf(path, servers, kMostServers);
-    return {servers, std::remove(servers, servers + std::max(count, 0), 0U)};
+    size_t kept = 0;
+    for (int i = 0; i < count; ++i) {
+        if (servers[i] != 0) {
+            servers[kept++] = servers[i];
+        }
+    }
+    return {servers, kept};
 }
 
 int ask_servers(const char *ifname, const char *resolv_path, const char *name, Results results,
-                Ask ask, uint32_t timeout_ms) {
+                Order order, uint32_t timeout_ms) {
     uint8_t query[rk::dns::kMessageSize];
     size_t length = rk::dns::build_query(query, name);
     if (length == 0) {
@@ -130,11 +126,11 @@ int ask_servers(const char *ifname, const char *resolv_path, const char *name, R
     if (ifname != nullptr && rk::bind_to_device(fd.get(), ifname) != 0) {
         return -1;
     }
-    return ask({fd.get(), servers, {query, length}, results}, Deadline::in(timeout_ms));
+    return ask({fd.get(), servers, {query, length}, results}, order, Deadline::in(timeout_ms));
 }
 
-int resolve(const char *ifname, const char *resolv_path, const char *name, Results results, Ask ask,
-            uint32_t timeout_ms) {
+int resolve(const char *ifname, const char *resolv_path, const char *name, Results results,
+            Order order, uint32_t timeout_ms) {
     if (name == nullptr || results.addrs == nullptr) {
         return fail(EINVAL);
     }
@@ -143,21 +139,21 @@ int resolve(const char *ifname, const char *resolv_path, const char *name, Resul
     if (end != nullptr && *end == '\0') { // ipv4_isip, without parsing twice
         return results.store(ipv4_ntoi(octets));
     }
-    return ask_servers(ifname, resolv_path, name, results, ask, timeout_ms);
+    return ask_servers(ifname, resolv_path, name, results, order, timeout_ms);
 }
 
 } // namespace
 
 int dns_resolve_domain(const char *ifname, const char *resolv_path, const char *name,
                        uint32_t *addrs, unsigned max, unsigned timeout_ms) {
-    return resolve(ifname, resolv_path, name, {addrs, max}, ask_all_at_once,
+    return resolve(ifname, resolv_path, name, {addrs, max}, Order::kAllAtOnce,
                    timeout_ms != 0 ? timeout_ms : kDefaultTimeoutMs);
 }
 
 int dns_gethostsbyname(const char *ifname, const char *resolv_path, const char *name,
                        uint32_t *addrs, int max) {
     return resolve(ifname, resolv_path, name, {addrs, static_cast<unsigned>(std::max(max, 0))},
-                   ask_in_turn, kInTurnTimeoutMs);
+                   Order::kInTurn, kInTurnTimeoutMs);
 }
 
 int dns_gethostbyname(const char *ifname, const char *resolv_path, const char *name,
