@@ -1,6 +1,7 @@
 #include "http/exchange.h"
 
-#include <optional>
+#include <algorithm>
+#include <cstring>
 
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -14,32 +15,21 @@
 namespace rk {
 namespace {
 
-// A time limit that begins now.
-class Limit {
-  public:
-    explicit Limit(int milliseconds) {
-        if (milliseconds != kNoLimit) {
-            deadline_.emplace(Deadline::in(static_cast<uint32_t>(milliseconds)));
-        }
-    }
+// Without a limit the time does not matter.
+Deadline deadline_of(int limit) {
+    return limit == kNoLimit ? Deadline(0) : Deadline::in(static_cast<uint32_t>(limit));
+}
 
-    bool wait(int fd, short events) const {
-        pollfd entry = {fd, events, 0};
-        int ready = retry_eintr([&] { return ::poll(&entry, 1, left()); });
-        if (ready == 0) {
-            errno = EAGAIN;
-        }
-        return ready > 0;
+// Waits until the socket is ready, up to the deadline if there is a limit.
+bool wait(int fd, short events, int limit, Deadline deadline) {
+    pollfd entry = {fd, events, 0};
+    int ready = retry_eintr(
+        [&] { return ::poll(&entry, 1, limit == kNoLimit ? -1 : std::max(deadline.left(), 0)); });
+    if (ready == 0) {
+        errno = EAGAIN;
     }
-
-  private:
-    int left() const {
-        int milliseconds = deadline_ ? deadline_->left() : -1;
-        return deadline_ && milliseconds < 0 ? 0 : milliseconds;
-    }
-
-    std::optional<Deadline> deadline_;
-};
+    return ready > 0;
+}
 
 } // namespace
 
@@ -62,13 +52,13 @@ int connect_to(const char *host, int port) {
 }
 
 bool send_all(int fd, std::string_view text, int limit) {
-    Limit time(limit);
+    Deadline deadline = deadline_of(limit);
     while (!text.empty()) {
         ssize_t count = retry_eintr(
             [&] { return ::send(fd, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
         if (count >= 0) {
             text.remove_prefix(static_cast<size_t>(count));
-        } else if (errno != EAGAIN || !time.wait(fd, POLLOUT)) {
+        } else if (errno != EAGAIN || !wait(fd, POLLOUT, limit, deadline)) {
             return false;
         }
     }
@@ -79,7 +69,7 @@ ssize_t receive_once(int fd, char *buffer, size_t room, int limit) {
     if (room == 0) {
         return 0;
     }
-    if (limit != kNoLimit && !Limit(limit).wait(fd, POLLIN)) {
+    if (limit != kNoLimit && !wait(fd, POLLIN, limit, deadline_of(limit))) {
         return -1;
     }
     return retry_eintr([&] { return ::recv(fd, buffer, room, 0); });
