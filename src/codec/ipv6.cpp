@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include "support/bytes.h"
 #include "support/chars.h"
 #include "support/ring.h"
 #include "support/text_buffer.h"
@@ -20,15 +21,17 @@ constinit rk::Ring<8, kSlotSize> texts;
 
 using Address = uint8_t[kBytes];
 
-// An address and its prefix length as they stand in "2001:db8::/32".
-struct PrefixText {
+// Reads what stands in "2001:db8::/32". The length of the address in front; 0 for one that is not
+// valid; -1, and the prefix untouched, without both parts.
+int parse_prefixed(void *out, int *prefix, const char *text) {
     rk::Chars<41> address;
-    int prefix;
-
-    bool parse(const char *text) {
-        return std::sscanf(text, "%40[^/]/%d", address.data(), &prefix) == 2;
+    int number;
+    if (std::sscanf(text, "%40[^/]/%d", address.data(), &number) != 2) {
+        return -1;
     }
-};
+    *prefix = number;
+    return ipv6_aton(out, address);
+}
 
 // Writes the address and as much of "/prefix" as fits behind it. Returns the length, or 0.
 int put_prefixed(char *buffer, size_t size, const void *address, int prefix) {
@@ -53,12 +56,7 @@ int ipv6_aton(void *out, const char *text) {
 }
 
 int ipv6_atonp(void *out, int *prefix, const char *text) {
-    PrefixText parts;
-    if (!parts.parse(text)) {
-        return -1;
-    }
-    *prefix = parts.prefix;
-    return ipv6_aton(out, parts.address) != 0 ? 0 : -1;
+    return parse_prefixed(out, prefix, text) > 0 ? 0 : -1;
 }
 
 int ipv6_ntostr(char *buffer, const void *address) {
@@ -86,7 +84,7 @@ char *ipv6_nptoa(const void *address, int prefix) {
 
 uint16_t *ipv6_hton(uint16_t *out, const uint16_t *host) {
     for (size_t i = 0; i < kWords; ++i) {
-        out[i] = htons(host[i]);
+        out[i] = rk::kBigEndian ? host[i] : __builtin_bswap16(host[i]);
     }
     return out;
 }
@@ -110,10 +108,10 @@ int ipv6_atoh(uint16_t *host, const char *text) {
 }
 
 int ipv6_atohp(uint16_t *host, int *prefix, const char *text) {
-    PrefixText parts;
-    if (!parts.parse(text)) {
-        return -1;
+    uint16_t network[kWords];
+    int length = parse_prefixed(network, prefix, text);
+    if (length > 0) {
+        ipv6_ntoh(host, network);
     }
-    *prefix = parts.prefix;
-    return ipv6_atoh(host, parts.address);
+    return length;
 }
