@@ -105,11 +105,14 @@ void put_four_groups(char *out, const uint8_t *byte) {
     }
 }
 
-// The last one or two bytes.
-void put_padded_group(char *out, const uint8_t *byte, size_t count) {
-    put_group(out, static_cast<uint32_t>(byte[0] << 16 | (count > 1 ? byte[1] << 8 : 0)));
-    out[3] = '=';
-    if (count == 1) {
+// The next three bytes, or the last one or two.
+void put_up_to_three(char *out, const uint8_t *byte, size_t left) {
+    put_group(out, static_cast<uint32_t>(byte[0] << 16 | (left > 1 ? byte[1] << 8 : 0) |
+                                         (left > 2 ? byte[2] : 0)));
+    if (left < 3) {
+        out[3] = '=';
+    }
+    if (left < 2) {
         out[2] = '=';
     }
 }
@@ -157,20 +160,15 @@ size_t b64_encoded_len(size_t n) {
 
 int b64_encode(char *buffer, size_t size, const void *data, size_t count) {
     const auto *byte = static_cast<const uint8_t *>(data);
+    const uint8_t *end = byte + count;
     char *out = buffer;
-    size_t groups = size != 0 ? (size - 1) / 4 : 0;
-    size_t whole = std::min(groups, count / 3);
-    size_t left = count - 3 * whole;
-    bool pad = groups != whole && left != 0;
-    for (; !rk::kForSize && whole > 4; whole -= 4, byte += 12, out += 16) {
+    size_t room = size != 0 ? (size - 1) / 4 : 0;
+    size_t groups = std::min(room, count / 3 + (count % 3 != 0 ? 1 : 0));
+    for (; !rk::kForSize && groups > 4; groups -= 4, byte += 12, out += 16) {
         put_four_groups(out, byte);
     }
-    for (; whole != 0; --whole, byte += 3, out += 4) {
-        put_group(out, static_cast<uint32_t>(byte[0] << 16 | byte[1] << 8 | byte[2]));
-    }
-    if (pad) {
-        put_padded_group(out, byte, left);
-        out += 4;
+    for (; groups != 0; --groups, byte += 3, out += 4) {
+        put_up_to_three(out, byte, static_cast<size_t>(end - byte));
     }
     if (size != 0) {
         *out = '\0';
