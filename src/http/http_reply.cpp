@@ -1,7 +1,6 @@
 #include "http/http_reply.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 #include <strings.h>
@@ -25,7 +24,7 @@ std::string_view between(const char *start, const char *end) {
 // The number that a text starts with, as atoi reads it: white space and a sign may stand before it.
 // Held within 32 bits; negative, too, without a digit.
 int32_t leading_number(const char *pos, const char *end) {
-    while (pos < end && std::isspace(static_cast<unsigned char>(*pos)) != 0) {
+    while (pos < end && (*pos == ' ' || (*pos >= '\t' && *pos <= '\r'))) {
         ++pos;
     }
     bool negative = pos < end && *pos == '-';
