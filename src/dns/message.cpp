@@ -119,7 +119,7 @@ size_t build_query(uint8_t (&message)[kMessageSize], const char *name) {
     if (length > kLongestName) {
         return 0;
     }
-    std::memset(message, 0, sizeof message);
+    std::memset(message, 0, sizeof message); // most bytes of the fields are 0, and the name's end
     message[0] = kIdentifier;
     message[kFlagsOffset] = kRecursionDesired;
     message[kQuestionsOffset + 1] = 1;
