@@ -1,6 +1,8 @@
 // The chunked transfer encoding (RFC 9112, 7.1), against a reader that copies the chunks.
 #include "http/http_reply.h"
 
+#include <optional>
+
 #include "support/fuzz.h"
 #include "support/hex_digits.h"
 

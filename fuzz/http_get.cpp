@@ -1,6 +1,8 @@
 // The replies to http_get, piece by piece, redirects included.
 #include <routerkit/http.h>
 
+#include <optional>
+
 #include "http/http_reply.h"
 #include "support/peer.h"
 

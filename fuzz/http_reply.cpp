@@ -2,6 +2,7 @@
 #include "http/http_reply.h"
 
 #include <algorithm>
+#include <optional>
 
 #include <strings.h>
 
