@@ -31,13 +31,14 @@ namespace {
 
 constexpr char kPartitionList[] = "/proc/mtd";
 
-constexpr char kStandardPartitions[] = "dev:    size   erasesize  name\n"
-                                       "mtd0: 002c0000 00001000 \"boot+cfg+linux\"\n"
-                                       "mtd1: 004e0000 00001000 \"rootfs\"\n"
-                                       "mtd2: 00060000 00001000 \"jffs2 file\"\n"
-                                       "mtd3: 002c0000 00001000 \"boot+cfg+linux2\"\n"
-                                       "mtd4: 004e0000 00001000 \"rootfs2\"\n"
-                                       "mtd5: 00060000 00001000 \"jffs2 file2\"\n";
+// What is flashed where no kernel tells: the list without its heading.
+constexpr char kStandardPartitions[] = "\n"
+                                       "mtd0: 2c0000 1000 \"boot+cfg+linux\"\n"
+                                       "mtd1: 4e0000 1000 \"rootfs\"\n"
+                                       "mtd2: 60000 1000 \"jffs2 file\"\n"
+                                       "mtd3: 2c0000 1000 \"boot+cfg+linux2\"\n"
+                                       "mtd4: 4e0000 1000 \"rootfs2\"\n"
+                                       "mtd5: 60000 1000 \"jffs2 file2\"\n";
 
 struct Partition {
     int index;
@@ -153,23 +154,29 @@ int write_payload(const UniqueFd &device, const mtd_partition_t &partition, cons
     return safe_write(device.get(), image.payload, image.length) < 0 ? -1 : 0;
 }
 
+// Always fails: for `return failed(step, name);`, straight after the call that failed.
+int failed(const char *step, const char *name) {
+    rk::log_at(LOG_ERR, "mtd_write: %s '%s' failed: %m", step, name);
+    return -1;
+}
+
 // Waits until the flash has what was written and drops the buffers, also after a failed wait.
 int flush(const UniqueFd &device, const char *name) {
-    int error = 0;
-    if (retry_eintr([&] { return ::fsync(device.get()); }) != 0) {
-        error = errno;
-        rk::log_at(LOG_ERR, "mtd_write: fsync '%s' failed: %m", name);
+    const int synced = retry_eintr([&] { return ::fsync(device.get()); });
+    if (synced != 0) {
+        failed("fsync", name);
     }
+    const int error = errno;
     if (retry_eintr([&] { return ::ioctl(device.get(), BLKFLSBUF); }) != 0) {
-        rk::log_at(LOG_ERR, "mtd_write: block flush buf '%s' failed: %m", name);
-        return -1;
+        return failed("block flush buf", name);
     }
-    return error == 0 ? 0 : fail(error);
+    errno = error;
+    return synced;
 }
 
 // 0 if the device goes on with these bytes, 1 if not, -1 when it cannot be read.
 int compare(const UniqueFd &device, const uint8_t *bytes, uint32_t length, uint32_t block) {
-    rk::MallocPtr<uint8_t> room(static_cast<uint8_t *>(std::malloc(block)));
+    rk::MallocPtr<char> room(static_cast<char *>(std::malloc(block)));
     if (!room) {
         return -1;
     }

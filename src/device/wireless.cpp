@@ -110,16 +110,13 @@ int get_int(int number, const char *name, int32_t *out) {
     }
 }
 
-// The answer's length when it is there and has room: the caller's, and that which it came in.
-int get_up_to(size_t room, MibExchange &mib, int number) {
-    int length = mib.get(number);
-    bool fits = length < 0 || static_cast<size_t>(length) <= std::min(room, kRequestSize);
-    return fits ? length : fail(ENOBUFS);
-}
-
+// The answer, when there is room for it: the caller's, and that which it came in.
 int get_bin(int number, const char *name, void *buffer, size_t size) {
     MibExchange mib(name);
-    int length = get_up_to(size, mib, number);
+    int length = mib.get(number);
+    if (length > static_cast<int>(std::min(size, kRequestSize))) {
+        return fail(ENOBUFS);
+    }
     if (length > 0) {
         std::memcpy(buffer, mib.answer(), static_cast<size_t>(length));
     }
@@ -127,23 +124,23 @@ int get_bin(int number, const char *name, void *buffer, size_t size) {
 }
 
 int get_str(int number, const char *name, char *buffer, size_t size) {
-    MibExchange mib(name);
-    int length = get_up_to(size, mib, number);
+    char answer[kRequestSize];
+    int length = get_bin(number, name, answer, std::min(size, sizeof answer));
     if (length < 0) {
         return length;
     }
     if (size == 0) {
         return fail(ENOBUFS); // not even the terminator fits
     }
-    size_t shown = std::min(strnlen(mib.answer(), static_cast<size_t>(length)), size - 1);
-    std::memcpy(buffer, mib.answer(), shown);
+    size_t shown = std::min(strnlen(answer, static_cast<size_t>(length)), size - 1);
+    std::memcpy(buffer, answer, shown);
     buffer[shown] = '\0';
     return length;
 }
 
 int logged(const char *function, int result) {
     if (result < 0) {
-        rk::log_at(LOG_ERR, "%s failed: %m", function);
+        rk::log_at(LOG_ERR, "wlio_%s failed: %m", function);
     }
     return result;
 }
@@ -163,38 +160,38 @@ int set_text(const char *function, int number, const char *name, const char *tex
 
 int wlio_get_mib_int(int interface_number, const char *name) {
     int32_t value = -1;
-    return logged("wlio_get_mib_int", get_int(interface_number, name, &value)) < 0 ? -1 : value;
+    return logged("get_mib_int", get_int(interface_number, name, &value)) < 0 ? -1 : value;
 }
 
 int wlio_set_mib_int(int interface_number, const char *name, int value) {
     rk::TextBuffer<16> digits;
     digits.append_decimal(value);
-    return set_text("wlio_set_mib_int", interface_number, name, digits.c_str());
+    return set_text("set_mib_int", interface_number, name, digits.c_str());
 }
 
 int wlio_get_mib_str_n(int interface_number, const char *name, char *buffer, size_t size) {
-    return logged("wlio_get_mib_str_n", get_str(interface_number, name, buffer, size));
+    return logged("get_mib_str_n", get_str(interface_number, name, buffer, size));
 }
 
 int wlio_get_mib_bin_n(int interface_number, const char *name, void *buffer, size_t size) {
-    return logged("wlio_get_mib_bin_n", get_bin(interface_number, name, buffer, size));
+    return logged("get_mib_bin_n", get_bin(interface_number, name, buffer, size));
 }
 
 int wlio_get_mib_str(int interface_number, const char *name, char *buffer) {
-    return plain(logged("wlio_get_mib_str", get_str(interface_number, name, buffer, kUnsizedRoom)));
+    return plain(logged("get_mib_str", get_str(interface_number, name, buffer, kUnsizedRoom)));
 }
 
 int wlio_get_mib_bin(int interface_number, const char *name, void *buffer) {
-    return plain(logged("wlio_get_mib_bin", get_bin(interface_number, name, buffer, kUnsizedRoom)));
+    return plain(logged("get_mib_bin", get_bin(interface_number, name, buffer, kUnsizedRoom)));
 }
 
 int wlio_set_mib_str(int interface_number, const char *name, const char *text) {
-    return set_text("wlio_set_mib_str", interface_number, name, text);
+    return set_text("set_mib_str", interface_number, name, text);
 }
 
 int wlio_set_mib_bin(int interface_number, const char *name, const void *bytes, size_t count) {
     rk::Chars<kRequestSize + 1>
         digits; // more than a request takes: what is cut here is refused there
     hex_ntostr(digits, sizeof digits, bytes, count);
-    return set_text("wlio_set_mib_bin", interface_number, name, digits);
+    return set_text("set_mib_bin", interface_number, name, digits);
 }
