@@ -15,7 +15,6 @@
 #include "net/inet.h"
 #include "support/bytes.h"
 #include "support/chars.h"
-#include "support/deadline.h"
 #include "support/log.h"
 #include "support/socket.h"
 
@@ -34,9 +33,15 @@ constexpr uint32_t kAnswerTimeoutMs = 2000;
 constexpr int32_t kOutgoingSize = 256;
 
 // RFC 2661, sections 3.1 and 4.1: where the fields stand.
-constexpr int32_t kControlHeaderSize = 12;
-constexpr uint8_t kControlFlags = 0xc8; // a control message with a length and sequence numbers
-constexpr uint8_t kVersion = 2;
+constexpr uint8_t kControlHeader[] = {
+    0xc8, 2, // a control message with a length and sequence numbers; version
+    0,    0, // the length
+    0,    0, // the tunnel
+    0,    0, // the session
+    0,    1, // Ns
+    0,    0, // Nr
+};
+constexpr int32_t kControlHeaderSize = sizeof kControlHeader;
 constexpr int32_t kAvpHeaderSize = 6;
 constexpr uint8_t kMandatory = 0x80;
 
@@ -86,8 +91,8 @@ uint8_t *append_avp(l2tp_buf_t *buffer, uint16_t type, size_t value_size) {
     return -1;
 }
 
-int await_answer(int fd, rk::Deadline deadline) {
-    int ready = poll_sock_recv(fd, deadline.time());
+int await_answer(int fd, uint32_t deadline) {
+    int ready = poll_sock_recv(fd, deadline);
     if (ready < 0) {
         return failed("poll");
     }
@@ -166,13 +171,9 @@ uint8_t *add_control_hdr(l2tp_buf_t *buffer, uint16_t tunnel_id) {
     buffer->length += kControlHeaderSize;
     buffer->data -= kControlHeaderSize;
     uint8_t *header = buffer->data;
-    header[0] = kControlFlags;
-    header[1] = kVersion;
+    std::memcpy(header, kControlHeader, sizeof kControlHeader);
     store_be16(header + 2, static_cast<uint16_t>(buffer->length));
     store_be16(header + 4, tunnel_id);
-    store_be16(header + 6, 0);  // the session
-    store_be16(header + 8, 1);  // Ns
-    store_be16(header + 10, 0); // Nr
     return header;
 }
 
@@ -198,7 +199,7 @@ int l2tp_StopCCN(uint32_t peer, int tunnel_id, int assigned_id, int send_only) {
     const uint8_t *message = add_control_hdr(packet.get(), static_cast<uint16_t>(tunnel_id));
     const int32_t size = packet.get()->length;
 
-    const rk::Deadline deadline = rk::Deadline::in(kAnswerTimeoutMs);
+    const uint32_t deadline = uptime_getms() + kAnswerTimeoutMs;
     rk::Chars<16> address;
     ipv4_itostr(address, peer);
     rk::log_at(LOG_NOTICE, "l2tp_StopCCN[%d/%d]: sendto %s %d bytes", tunnel_id, assigned_id,

@@ -48,8 +48,8 @@ static_assert(sizeof(FdbEntry) == 16 && offsetof(FdbEntry, port) == 6 &&
 
 // What is connected to the bridge's ports, from port 1 on.
 struct BridgePort {
-    const char *ifname;
-    const char *label;
+    char ifname[6];
+    char label[6];
 };
 
 constexpr BridgePort kBridgePorts[] = {

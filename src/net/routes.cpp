@@ -60,9 +60,8 @@ struct ListedRoute {
     unsigned long mask;
 
     bool parse(const char *line) {
-        int references, use, metric;
-        return std::sscanf(line, "%15s%lx%x%X%d%d%d%lx", ifname.data(), &destination, &gateway,
-                           &flags, &references, &use, &metric, &mask) == 8;
+        return std::sscanf(line, "%15s%lx%x%X%*d%*d%*d%lx", ifname.data(), &destination, &gateway,
+                           &flags, &mask) == 5;
     }
 
     [[nodiscard]] bool is_default() const {
@@ -100,7 +99,7 @@ uint32_t get_default_route(char *ifname) {
     }
     rk::LineReader<256> lines(fd.get());
     lines.next(); // the column headings
-    ListedRoute route = {};
+    ListedRoute route;
     while (lines.next() && route.parse(lines.line())) {
         if (!route.is_default()) {
             continue;
