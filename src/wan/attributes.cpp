@@ -37,8 +37,24 @@ int read_count(unsigned index, const char *name) {
     return value < 0 ? 0 : value;
 }
 
+int read_text(unsigned index, const char *name, char *buffer, size_t size) {
+    return WanFile(index, name).text(buffer, size);
+}
+
 int read_name(unsigned index, const char *name, char *buffer) {
-    return WanFile(index, name).text(buffer, kIfNameText);
+    return read_text(index, name, buffer, kIfNameText);
+}
+
+uint32_t read_address(unsigned index, const char *name, int *prefix) {
+    rk::Chars<kIfNameText> text;
+    if (read_name(index, name, text) < 0) {
+        return 0;
+    }
+    const char *slash = std::strchr(text, '/');
+    if (prefix != nullptr && slash != nullptr) {
+        *prefix = std::atoi(slash + 1);
+    }
+    return ipv4_atoi(text);
 }
 
 [[gnu::noinline]] char *read_to_slot(unsigned index, const char *name, NameSlots &slots) {
@@ -67,7 +83,7 @@ char *wan_file(unsigned index, const char *name) {
 }
 
 char *wan_run_folder(unsigned index) {
-    return strf("/var/wan/%s/run", WanFolderName(index).c_str());
+    return wan_file(index, "run");
 }
 
 char *wan_pid_file(unsigned index, const char *program) {
@@ -108,20 +124,11 @@ int serviceListToAppType(int services) {
 }
 
 uint32_t wan_getIP(unsigned index, int *prefix) {
-    rk::Chars<kIfNameText> text;
-    if (read_name(index, _WAN_IP_FILE, text) < 0) {
-        return 0;
-    }
-    const char *slash = std::strchr(text, '/');
-    if (prefix != nullptr && slash != nullptr) {
-        *prefix = std::atoi(slash + 1);
-    }
-    return ipv4_atoi(text);
+    return read_address(index, _WAN_IP_FILE, prefix);
 }
 
 uint32_t wan_getGateway(unsigned index) {
-    rk::Chars<kIfNameText> text;
-    return read_name(index, _WAN_GW_FILE, text) < 0 ? 0 : ipv4_atoi(text);
+    return read_address(index, _WAN_GW_FILE, nullptr);
 }
 
 char *wan_getPhyIface(unsigned index) {
@@ -150,7 +157,7 @@ int wan_getConIfName(unsigned index, char *buffer) {
 
 int getWanIfName(unsigned index, char *buffer, size_t size) {
     return buffer == nullptr ? rk::fail(EINVAL)
-                             : WanFile(index, _WAN_ETH_IFACE_FILE).text(buffer, size);
+                             : read_text(index, _WAN_ETH_IFACE_FILE, buffer, size);
 }
 
 int wan_getModemIface(char *buffer, size_t size) {

@@ -34,13 +34,9 @@ int wan_link(int index, const char *name) {
     if (index < 0) {
         return 0;
     }
-    rk::TextBuffer<16> target;
-    if (index == 0) {
-        target.append("default");
-    } else {
-        target.append_decimal(index);
-    }
-    return ::symlink(target.c_str(), link.c_str());
+    rk::TextBuffer<16> number;
+    const char *target = index == 0 ? "default" : number.append_decimal(index).c_str();
+    return ::symlink(target, link.c_str());
 }
 
 int wan_readLink(const char *name) {

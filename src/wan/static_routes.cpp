@@ -9,7 +9,6 @@
 #include <routerkit/routes.h>
 
 #include "support/chars.h"
-#include "support/lines.h"
 #include "support/owning.h"
 #include "wan/wan_file.h"
 
@@ -88,9 +87,10 @@ int wan_readRoutes(unsigned index, wan_route_t *routes, size_t capacity) {
 
 int wan_parseRoutes(wan_route_t *routes, size_t capacity, const char *text) {
     size_t count = 0;
-    for (rk::Lines lines(text); count < capacity && lines.next();) {
-        const char *line = lines.line().data();
-        const char *end = line + lines.line().size();
+    while (count < capacity && *text != '\0') {
+        const char *line = text;
+        const char *end = line + std::strcspn(line, "\n");
+        text = *end != '\0' ? end + 1 : end;
         if (line != end) {
             routes[count++] = {address_in(line, end), mask_in(behind(line, end, '/'), end),
                                address_in(behind(line, end, '-'), end)};
