@@ -7,6 +7,7 @@
 #include <routerkit/clocks.h>
 #include <routerkit/files.h>
 
+#include "wan/attributes.h"
 #include "wan/wan_file.h"
 
 namespace {
@@ -34,7 +35,8 @@ void add_to_total(unsigned index, const char *name, unsigned long seconds) {
 
 // A stored total with the running session on top if that counts, modulo 2^32.
 unsigned total_time(unsigned index, const char *name, bool only_pppoe) {
-    auto total = static_cast<unsigned>(WanFile(index, name).count());
+    long stored = rk::attribute_number(index, name);
+    unsigned total = stored < 0 ? 0 : static_cast<unsigned>(stored);
     if (only_pppoe && wan_getType(index) != rk::kTypePppoe) {
         return total;
     }
