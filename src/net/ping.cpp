@@ -59,7 +59,11 @@ constexpr size_t kHeaderSize = offsetof(EchoMessage, payload);
 constexpr size_t kTotalSizeEnd = 4; // of RFC 791's header
 
 EchoMessage make_request(uint16_t identifier) {
-    EchoMessage request = {kEchoRequest, 0, {}, {identifier, kSequence}, {}};
+    EchoMessage request;
+    std::memset(&request, 0, sizeof request);
+    request.type = kEchoRequest;
+    request.tag[0] = identifier;
+    request.tag[1] = kSequence;
     std::memcpy(request.payload, kPayload, sizeof kPayload);
     unsigned sum = internet_sum(reinterpret_cast<const uint8_t *>(&request), sizeof request);
     rk::store_be16(request.checksum, static_cast<uint16_t>(~sum));
