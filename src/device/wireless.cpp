@@ -124,7 +124,7 @@ int get_bin(int number, const char *name, void *buffer, size_t size) {
 }
 
 int get_str(int number, const char *name, char *buffer, size_t size) {
-    char answer[kRequestSize];
+    rk::Chars<kRequestSize> answer;
     int length = get_bin(number, name, answer, std::min(size, sizeof answer));
     if (length < 0) {
         return length;

@@ -7,6 +7,7 @@
 #include <routerkit/sockets.h>
 
 #include "dns/message.h"
+#include "net/inet.h"
 #include "support/deadline.h"
 #include "support/socket.h"
 
@@ -48,11 +49,7 @@ struct Exchange {
     Results results;
 
     [[nodiscard]] bool send_to(uint32_t server) const {
-        sockaddr_in endpoint = rk::inet_endpoint(server, kDnsPort);
-        return retry_eintr([&] {
-                   return ::sendto(fd, query.data(), query.size(), MSG_NOSIGNAL,
-                                   rk::as_sockaddr(endpoint), sizeof endpoint);
-               }) >= 0;
+        return rk::send_to(fd, query.data(), query.size(), server, kDnsPort) >= 0;
     }
 
     // The number of addresses in the next reply, whoever sent it; kUselessReply; or -1.

@@ -66,19 +66,20 @@ bool find_first(const char *text, const char *pattern, regmatch_t (&slots)[REGEX
     return Pattern(pattern).match(text, slots);
 }
 
-// Stores where the groups start and end, for as long as there are places; those of a const text are
-// passed in the same way. The end of the match, or null.
-char *find_ref(char *text, const char *pattern, va_list args) {
+// Stores where the groups start and end, for as long as there are places. The end of the match, or
+// null.
+template <typename Char>
+Char *find_ref(Char *text, const char *pattern, va_list args) {
     regmatch_t slots[REGEX_SLOTS];
     if (!find_first(text, pattern, slots)) {
         return nullptr;
     }
     for (int i = 1; i < REGEX_SLOTS && took_part(slots[i]); ++i) {
-        auto **start_out = va_arg(args, char **);
+        auto **start_out = va_arg(args, Char **);
         if (start_out == nullptr) {
             break;
         }
-        auto **end_out = va_arg(args, char **);
+        auto **end_out = va_arg(args, Char **);
         *start_out = text + slots[i].rm_so;
         if (end_out != nullptr) {
             *end_out = text + slots[i].rm_eo;
@@ -109,7 +110,7 @@ char *regex_find_ref(char *text, const char *pattern, ...) {
 const char *regex_find_const_ref(const char *text, const char *pattern, ...) {
     va_list args;
     va_start(args, pattern);
-    const char *end = find_ref(const_cast<char *>(text), pattern, args);
+    const char *end = find_ref(text, pattern, args);
     va_end(args);
     return end;
 }

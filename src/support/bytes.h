@@ -33,21 +33,21 @@ constexpr uint32_t swap_le(uint32_t value) {
 }
 
 inline uint16_t load_be16(const uint8_t *bytes) {
-    return swap_be(load_native<uint16_t>(bytes));
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
 }
 
 inline uint32_t load_be32(const uint8_t *bytes) {
-    return swap_be(load_native<uint32_t>(bytes));
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
 }
 
 inline void store_be16(uint8_t *bytes, uint16_t value) {
-    value = swap_be(value);
-    std::memcpy(bytes, &value, sizeof value);
+    bytes[0] = static_cast<uint8_t>(value >> 8);
+    bytes[1] = static_cast<uint8_t>(value);
 }
 
 inline void store_be32(uint8_t *bytes, uint32_t value) {
-    value = swap_be(value);
-    std::memcpy(bytes, &value, sizeof value);
+    store_be16(bytes, static_cast<uint16_t>(value >> 16));
+    store_be16(bytes + 2, static_cast<uint16_t>(value));
 }
 
 inline void store_le32(uint8_t *bytes, uint32_t value) {

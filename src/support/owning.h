@@ -60,15 +60,18 @@ class UniqueDir {
     DIR *dir_;
 };
 
+// One function for blocks of all types.
+[[gnu::noinline]] inline void free_block(void *block) {
+    ErrnoSaver keep;
+    std::free(block);
+}
+
 // A block from malloc, or null.
 template <typename T>
 class MallocPtr {
   public:
     explicit MallocPtr(T *block) : block_(block) {}
-    ~MallocPtr() {
-        ErrnoSaver keep;
-        std::free(block_);
-    }
+    ~MallocPtr() { free_block(block_); }
     MallocPtr(const MallocPtr &) = delete;
     MallocPtr &operator=(const MallocPtr &) = delete;
 

@@ -12,18 +12,15 @@
 
 namespace {
 
+using rk::SessionFile;
 using rk::WanFile;
 
+constexpr const char *kStart = "uptime"; // the session's only mark, with the second it started at
 constexpr const char *kAllSessions = "all-sessions-time";
 constexpr const char *kPppoeSessions = "pppoe-sessions-time";
 
 unsigned seconds_now() {
     return static_cast<unsigned>(get_monotonic_sec());
-}
-
-// The running session's start second: the file is the session's only mark.
-WanFile uptime_file(unsigned index) {
-    return WanFile::of_session(index, "uptime");
 }
 
 // Unsigned, as all sums of what files hold: a word of 32 bits may wrap, but not overflow.
@@ -40,14 +37,14 @@ unsigned total_time(unsigned index, const char *name, bool only_pppoe) {
     if (only_pppoe && wan_getType(index) != rk::kTypePppoe) {
         return total;
     }
-    long start = uptime_file(index).number();
+    long start = SessionFile(index, kStart).number();
     return start < 1 ? total : total - static_cast<unsigned>(start) + seconds_now();
 }
 
 } // namespace
 
 int wan_startSession(unsigned index) {
-    WanFile uptime = uptime_file(index);
+    SessionFile uptime(index, kStart);
     if (!uptime.exists()) {
         writeNumToFile(uptime.path(), get_monotonic_sec());
     }
@@ -55,17 +52,17 @@ int wan_startSession(unsigned index) {
 }
 
 int wan_stopSession(unsigned index) {
-    WanFile uptime = uptime_file(index);
+    SessionFile uptime(index, kStart);
     if (!uptime.exists()) {
         return 0;
     }
     long now = get_monotonic_sec();
     unsigned long length =
         static_cast<unsigned long>(now) - static_cast<unsigned long>(uptime.number());
-    WanFile last = WanFile::of_session(index, "last-uptime");
+    SessionFile last(index, "last-uptime");
     ::unlink(last.path());
     std::rename(uptime.path(), last.path());
-    writeNumToFile(WanFile::of_session(index, "last-downtime").path(), now);
+    writeNumToFile(SessionFile(index, "last-downtime").path(), now);
     add_to_total(index, kAllSessions, length);
     if (wan_getType(index) == rk::kTypePppoe) {
         add_to_total(index, kPppoeSessions, length);
@@ -74,11 +71,11 @@ int wan_stopSession(unsigned index) {
 }
 
 int wan_getDisconnectReason(unsigned index) {
-    return WanFile::of_session(index, "last-downtime").exists() ? 4 : 0;
+    return SessionFile(index, "last-downtime").exists() ? 4 : 0;
 }
 
 unsigned wan_getUptime(unsigned index) {
-    return seconds_now() - static_cast<unsigned>(uptime_file(index).number());
+    return seconds_now() - static_cast<unsigned>(SessionFile(index, kStart).number());
 }
 
 unsigned wan_getAllSessionsTime(unsigned index) {

@@ -37,13 +37,6 @@ class WanFile {
   public:
     WanFile(unsigned index, const char *name) : WanFile(WanFolderName(index).c_str(), name) {}
 
-    // The session files stand below the index in decimal, also where the folder has a name.
-    static WanFile of_session(unsigned index, const char *name) {
-        TextBuffer<16> folder;
-        folder.append_decimal(static_cast<int>(index));
-        return {folder.c_str(), name};
-    }
-
     [[nodiscard]] const char *path() const { return path_.c_str(); }
 
     [[nodiscard]] bool exists() const { return isFileExist(path()) != 0; }
@@ -59,12 +52,20 @@ class WanFile {
 
     int text(char *buffer, size_t size) const { return readStrFromFile(path(), buffer, size); }
 
-  private:
+  protected:
     WanFile(const char *folder, const char *name) {
         path_.append(kWanRoot).append(folder).append('/').append(name);
     }
 
+  private:
     TextBuffer<64> path_; // the names are the library's own: they fit
+};
+
+// A session's file: below the index in decimal, also where the folder of attributes has a name.
+class SessionFile : public WanFile {
+  public:
+    SessionFile(unsigned index, const char *name)
+        : WanFile(TextBuffer<16>().append_decimal(static_cast<int>(index)).c_str(), name) {}
 };
 
 } // namespace rk
