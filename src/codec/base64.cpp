@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "support/build.h"
 #include "support/bytes.h"
 
 namespace {
@@ -15,41 +14,18 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 // The value of the two characters that may end a text: negative, and zero bits in a group.
 constexpr int8_t kMayEnd = -64;
 
-// 0 for any other character.
-constexpr int look_up(char character) {
-    if (character >= 'A' && character <= 'Z') {
-        return character - 'A';
-    }
-    if (character >= 'a' && character <= 'z') {
-        return character - 'a' + 26;
-    }
-    if (character >= '0' && character <= '9') {
-        return character - '0' + 52;
-    }
-    switch (character) {
-    case '+':
-        return 62;
-    case '/':
-        return 63;
-    case '=':
-    case '\0':
-        return kMayEnd;
-    default:
-        return 0;
-    }
-}
-
-// Several times as fast.
 constexpr std::array<int8_t, 256> kValues = [] {
     std::array<int8_t, 256> values = {};
-    for (int code = 0; code < 256; ++code) {
-        values[static_cast<size_t>(code)] = static_cast<int8_t>(look_up(static_cast<char>(code)));
+    for (int8_t value = 0; value < 64; ++value) {
+        values[static_cast<uint8_t>(kAlphabet[value])] = value;
     }
+    values['='] = kMayEnd;
+    values['\0'] = kMayEnd;
     return values;
 }();
 
 int value_of(char character) {
-    return rk::kForSize ? look_up(character) : kValues[static_cast<uint8_t>(character)];
+    return kValues[static_cast<uint8_t>(character)];
 }
 
 void put_group(char *out, uint32_t bits) {
@@ -119,11 +95,8 @@ void put_up_to_three(char *out, const uint8_t *byte, size_t left) {
 
 // Whole groups whose characters are all followed by more, as long as there is room for three bytes.
 // Returns the bytes written and steps over the characters; none is read behind one that may be the
-// text's end. None in a library built for size, which treats all groups alike.
+// text's end.
 size_t decode_whole_groups(uint8_t *out, size_t capacity, const char *&text) {
-    if constexpr (rk::kForSize) {
-        return 0;
-    }
     const char *pos = text;
     uint8_t *to = out;
     for (uint8_t *end = out + capacity / 3 * 3; to != end; to += 3, pos += 4) {
@@ -164,7 +137,7 @@ int b64_encode(char *buffer, size_t size, const void *data, size_t count) {
     char *out = buffer;
     size_t room = size != 0 ? (size - 1) / 4 : 0;
     size_t groups = std::min(room, count / 3 + (count % 3 != 0 ? 1 : 0));
-    for (; !rk::kForSize && groups > 4; groups -= 4, byte += 12, out += 16) {
+    for (; groups > 4; groups -= 4, byte += 12, out += 16) {
         put_four_groups(out, byte);
     }
     for (; groups != 0; --groups, byte += 3, out += 4) {

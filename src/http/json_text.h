@@ -3,7 +3,6 @@
 
 #include <array>
 
-#include "support/build.h"
 #include "support/words.h"
 
 namespace rk {
@@ -19,17 +18,16 @@ inline bool is_space(const char *pos) {
 }
 
 // Neither a quote nor a backslash nor the NUL.
-constexpr bool is_plain(unsigned character) {
-    return character != '"' && character != '\\' && character != '\0';
-}
-
 inline constexpr std::array<bool, 256> kPlain = [] {
     std::array<bool, 256> plain = {};
-    for (unsigned character = 0; character < 256; ++character) {
-        plain[character] = is_plain(character);
-    }
+    plain.fill(true);
+    plain['"'] = plain['\\'] = plain['\0'] = false;
     return plain;
 }();
+
+inline bool is_plain(const char *pos) {
+    return kPlain[at(pos)];
+}
 
 // Whether there may be a quote, backslash or control character in a word, the NUL among them. With
 // bit 1 turned, the quote comes next to the control characters, and the space behind it.
@@ -49,7 +47,7 @@ constexpr bool is_special(Word word) {
                 pos += sizeof(Word);
             }
         }
-        if (pos == end || !kPlain[at(pos)]) {
+        if (pos == end || !is_plain(pos)) {
             break;
         }
     }
@@ -59,17 +57,11 @@ constexpr bool is_special(Word word) {
 // The first quote, backslash or NUL from `pos` on, or `end`; `pos` itself when that lies beyond.
 // Most texts are short, where a character at a time is faster.
 inline const char *skip_plain(const char *pos, const char *end) {
-    if constexpr (kForSize) {
-        while (pos < end && is_plain(at(pos))) {
-            ++pos;
-        }
-        return pos;
-    }
     constexpr int kShort = 24;
     if (end - pos >= kShort) {
 #pragma GCC unroll 4
         for (int i = 0; i < kShort; ++i, ++pos) {
-            if (!kPlain[at(pos)]) {
+            if (!is_plain(pos)) {
                 return pos;
             }
         }
