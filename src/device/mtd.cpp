@@ -16,6 +16,7 @@
 #include <routerkit/strings.h>
 
 #include "support/build.h"
+#include "foundation/io.h"
 #include "support/bytes.h"
 #include "support/chars.h"
 #include "support/log.h"
@@ -66,8 +67,7 @@ int open_partition(const char *kind, const char *name, int flags, mtd_partition_
     if (index < 0) {
         return index;
     }
-    const char *path = strf("/dev/mtd%s%d", kind, index);
-    return retry_eintr([&] { return ::open(path, flags | O_CLOEXEC, 0666); });
+    return rk::open_file(strf("/dev/mtd%s%d", kind, index), flags);
 }
 
 struct Image {

@@ -8,12 +8,12 @@
 
 #include <routerkit/wan.h>
 
+#include "foundation/io.h"
 #include "net/inet.h"
 #include "support/chars.h"
 #include "support/lines.h"
 #include "support/socket.h"
 
-using rk::retry_eintr;
 using rk::UniqueFd;
 
 namespace {
@@ -93,7 +93,7 @@ int route_del_host(uint32_t host) {
 }
 
 uint32_t get_default_route(char *ifname) {
-    UniqueFd fd(retry_eintr([] { return ::open(kRouteListing, O_RDONLY | O_CLOEXEC); }));
+    UniqueFd fd(rk::open_file(kRouteListing, O_RDONLY));
     if (!fd) {
         return 0;
     }
