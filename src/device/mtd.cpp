@@ -15,8 +15,8 @@
 #include <routerkit/files.h>
 #include <routerkit/strings.h>
 
-#include "support/build.h"
 #include "foundation/io.h"
+#include "support/build.h"
 #include "support/bytes.h"
 #include "support/chars.h"
 #include "support/log.h"
