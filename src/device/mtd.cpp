@@ -124,7 +124,7 @@ bool has_right_checksum(const Image &image) {
         i += length;
     }
     for (; i != image.length; i += 2) {
-        sum += static_cast<uint32_t>(image.payload[i] << 8 | image.payload[i + 1]);
+        sum += rk::load_be16(image.payload + i);
     }
     return sum % 65536 == 0;
 }

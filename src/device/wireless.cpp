@@ -190,8 +190,8 @@ int wlio_set_mib_str(int interface_number, const char *name, const char *text) {
 }
 
 int wlio_set_mib_bin(int interface_number, const char *name, const void *bytes, size_t count) {
-    rk::Chars<kRequestSize + 1>
-        digits; // more than a request takes: what is cut here is refused there
+    // More than a request takes: what is cut here is refused there.
+    rk::Chars<kRequestSize + 1> digits;
     hex_ntostr(digits, sizeof digits, bytes, count);
     return set_text("set_mib_bin", interface_number, name, digits);
 }

@@ -14,6 +14,7 @@ namespace rk {
 constexpr int kFrameNameSize = 256;
 
 // A frame in the form of backtrace_symbols, without the heap: "file(function+0x1c) [0x77e4]".
+// `name` has room for kFrameNameSize bytes.
 void name_frame(void *frame, char *name);
 
 } // namespace rk

@@ -248,7 +248,7 @@ void log_and_go_on(const rk::SignalRow *signal, const siginfo_t *info) {
 
 void on_signal(int number, siginfo_t *info, void * /*context*/) {
     const rk::SignalRow *signal = rk::find_signal(number);
-    if (signal != nullptr && signal->fatal != 0) {
+    if (signal != nullptr && signal->fatal) {
         report_and_die(signal, info);
     }
     log_and_go_on(signal, info);

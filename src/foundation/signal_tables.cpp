@@ -1,5 +1,6 @@
 #include "foundation/signal_tables.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <string_view>
@@ -64,6 +65,10 @@ constexpr Cause kCauses[] = {
 constexpr int kLowestCode = SI_TKILL;
 constexpr size_t kTextAt = 2;
 
+static_assert(std::all_of(std::begin(kCauses), std::end(kCauses), [](const Cause &cause) {
+    return cause.code >= kLowestCode && cause.code <= kLowestCode + UINT8_MAX;
+}));
+
 constexpr size_t packed_size() {
     size_t size = 0;
     for (const Cause &cause : kCauses) {
@@ -121,8 +126,11 @@ const char *find_cause(int number, int code) {
         if (is_signal && static_cast<uint8_t>(row[1]) + kLowestCode == code) {
             return text;
         }
-        for (row = text; *row++ != '\0';) {
+        row = text;
+        while (*row != '\0') {
+            ++row;
         }
+        ++row;
     }
     return "?";
 }

@@ -8,9 +8,10 @@ namespace rk {
 
 struct SignalRow {
     uint8_t number : 7;
-    uint8_t fatal : 1;
+    bool fatal : 1;
     char name[7]; // less its SIG
 };
+static_assert(sizeof(SignalRow) == 8);
 
 inline constexpr size_t kSignalCount = 32;
 extern const SignalRow kSignals[kSignalCount];

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/lines.h"
 #include "support/ring.h"
 #include "support/text_buffer.h"
 
@@ -187,7 +188,7 @@ int url_getport(const char *url) {
         return std::atoi(behind + 1);
     }
     for (const SchemePort &scheme : kSchemePorts) {
-        if (std::strncmp(url, scheme.prefix, std::strlen(scheme.prefix)) == 0) {
+        if (rk::begins_with(url, scheme.prefix)) {
             return scheme.port;
         }
     }

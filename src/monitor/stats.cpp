@@ -10,6 +10,7 @@
 #include <routerkit/files.h>
 
 #include "support/chars.h"
+#include "support/lines.h"
 
 using std::string_view;
 
@@ -54,10 +55,6 @@ const char *skip_word(const char *text) {
     return text;
 }
 
-bool begins_with(const char *text, const char *prefix) {
-    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
-}
-
 // Reads the number that comes next and steps over it; without one changes nothing.
 bool take_number(const char *&text, uint64_t &number) {
     const char *digit = skip_blanks(text);
@@ -89,7 +86,7 @@ constexpr Amount kAmounts[] = {
 
 // Reads "<key> <number> <unit>" and steps over it.
 bool take_amount(const char *&text, const Amount &amount, mem_info &out) {
-    if (!begins_with(text, amount.key)) {
+    if (!rk::begins_with(text, amount.key)) {
         return false;
     }
     text += std::strlen(amount.key);
@@ -125,9 +122,9 @@ int read_station_count(const char *&text) {
 
 // The value is a word of the table: a number ends with it, at a blank or the end of the text.
 void note(sta_info &station, const char *key, string_view value) {
-    if (begins_with(key, "rssi:")) {
+    if (rk::begins_with(key, "rssi:")) {
         station.rssi = static_cast<int32_t>(std::strtol(value.data(), nullptr, 10));
-    } else if (begins_with(key, "hwaddr:")) {
+    } else if (rk::begins_with(key, "hwaddr:")) {
         const size_t room = sizeof station.hwaddr;
         std::memset(station.hwaddr, 0, room);
         std::memcpy(station.hwaddr, value.data(), value.size() < room ? value.size() : room);
@@ -139,7 +136,7 @@ void note(sta_info &station, const char *key, string_view value) {
 int read_cpuinfo(cpu_stat *out) {
     *out = {};
     rk::Chars<512> text;
-    if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !begins_with(text, "cpu")) {
+    if (readStrFromFile("/proc/stat", text, sizeof text) < 0 || !rk::begins_with(text, "cpu")) {
         return 0;
     }
     const char *columns = text + 3;

@@ -80,6 +80,7 @@ uint8_t *append_avp(l2tp_buf_t *buffer, uint16_t type, size_t value_size) {
     return avp + kAvpHeaderSize;
 }
 
+// One copy, for all who call it, as the next one.
 [[gnu::noinline]] int append_number_avp(l2tp_buf_t *buffer, uint16_t type, uint16_t value) {
     store_be16(append_avp(buffer, type, sizeof value), value);
     return 0;

@@ -23,7 +23,7 @@ namespace {
 // RFC 2516, section 4: version and type, code, session, length; the payload behind them.
 constexpr size_t kCodeOffset = 1;
 constexpr size_t kSessionOffset = 2;
-constexpr size_t kLengthOffset = 4; // below 256 in both frames: its first byte is 0
+constexpr size_t kLengthOffset = 4;
 constexpr size_t kHeaderSize = 6;
 constexpr uint8_t kPadtCode = 0xa7;
 constexpr uint8_t kTerminateRequest[] = {
@@ -32,11 +32,6 @@ constexpr uint8_t kTerminateRequest[] = {
     5,    2,    0,   16,           // a Terminate-Request, number 2
     'U',  's',  'e', 'r', ' ', 'r', 'e', 'q', 'u', 'e', 's', 't',
 };
-
-// At compile time, where htons would be called.
-constexpr uint16_t wire_order(uint16_t value) {
-    return rk::kBigEndian ? value : __builtin_bswap16(value);
-}
 
 // A link-layer address: of an interface, or of a station behind it.
 struct LinkAddress : sockaddr_ll {
@@ -59,7 +54,7 @@ bool takes_inet_socket(const char *ifname) {
 int address_peer(int fd, int ifindex, const void *peer_mac, LinkAddress &address) {
     socklen_t size = sizeof address;
     address.sll_family = AF_PACKET;
-    address.sll_protocol = wire_order(ETH_P_PPP_SES);
+    address.sll_protocol = rk::swap_be(uint16_t{ETH_P_PPP_SES});
     address.sll_ifindex = ifindex;
     if (::bind(fd, address.get(), size) != 0 || ::getsockname(fd, address.get(), &size) != 0) {
         return -1;
@@ -86,8 +81,8 @@ int send_both_frames(int fd, LinkAddress &to, uint16_t session) {
         return -1;
     }
     frame[kCodeOffset] = kPadtCode;
-    frame[kLengthOffset + 1] = 0;
-    to.sll_protocol = wire_order(ETH_P_PPP_DISC);
+    rk::store_be16(frame + kLengthOffset, 0);
+    to.sll_protocol = rk::swap_be(uint16_t{ETH_P_PPP_DISC});
     return send_frame(fd, to, frame, kHeaderSize) ? 0 : -1;
 }
 

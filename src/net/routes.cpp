@@ -98,8 +98,8 @@ uint32_t get_default_route(char *ifname) {
         return 0;
     }
     rk::LineReader<256> lines(fd.get());
-    lines.next(); // the column headings
-    ListedRoute route;
+    lines.next();           // the column headings
+    ListedRoute route = {}; // all of the name is handed over
     while (lines.next() && route.parse(lines.line())) {
         if (!route.is_default()) {
             continue;

@@ -8,7 +8,7 @@
 namespace rk {
 namespace {
 
-// Cuts a text at its end, and the spaces before that end off.
+// Cuts a text at its end, and the spaces before that end off. One copy for its callers.
 [[gnu::noinline]] void end_text(char *start, char *end) {
     while (end > start && end[-1] == ' ') {
         --end;
@@ -86,6 +86,7 @@ void append_words(TextWriter &text, char *const *words) {
 
 bool CommandLine::parse(const char *format, va_list args) {
     TextWriter text(text_, sizeof text_);
+    // Without a format the text stays empty: no words.
     if (format != nullptr && !text.vformat(format, args)) {
         errno = ENOBUFS;
         return false;

@@ -66,7 +66,7 @@ int above_standard(int fd) {
 // Starts a command and takes what comes from one of its standard descriptors, streams.pipe_target.
 // The pipe closes before anybody waits for the child: one that goes on writing gets SIGPIPE. The
 // child's pid, or -1.
-pid_t capture(const CommandLine &command, Streams &streams, char *buffer, size_t size) {
+pid_t capture(const CommandLine &command, Streams streams, char *buffer, size_t size) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         return -1;

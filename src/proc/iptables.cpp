@@ -17,15 +17,16 @@ namespace {
 
 constexpr size_t kLongestText = 255; // of strf
 
-// A change with lcmdf, which logs failures. A check, 'C', says in silence: 0 if the rule is there,
-// -1 if that could not be found out.
+// Runs a change with lcmdf, which logs a failure, and a check, 'C', with qcmdf: that a rule is not
+// there is no failure. 0 if it is; -1 if that could not be found out.
 int iptables_cmd(const char *table, const char *rule, char letter) {
     if (rule == nullptr) {
         return fail(EINVAL);
     }
     const char *option = " -t ";
     if (table == nullptr) {
-        option = table = "";
+        option = "";
+        table = "";
     }
     auto *run = letter == 'C' ? qcmdf : lcmdf;
     return run("iptables%s%s -%c %s", option, table, letter, rule);

@@ -14,6 +14,7 @@
 #include <routerkit/strings.h>
 
 #include "support/chars.h"
+#include "support/lines.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
 
@@ -64,7 +65,7 @@ class ProcessWalk {
 // Cuts the first word behind the Name key out of a status text; null if there is none. A process
 // without a name leaves the next line's key as the first word.
 const char *name_in(char *status) {
-    if (std::strncmp(status, kNameKey, std::strlen(kNameKey)) != 0) {
+    if (!rk::begins_with(status, kNameKey)) {
         return nullptr;
     }
     char *name = status + std::strlen(kNameKey);
@@ -91,12 +92,14 @@ const char *quick_name(const ProcessWalk &process, rk::Chars<64> &text) {
 
 // Whether the name is the text, or one of those between the text's bars.
 bool is_listed(const char *names, const char *name) {
-    for (const char *at = names; at != nullptr && (at = std::strstr(at, name)) != nullptr;) {
+    const char *at = std::strstr(names, name);
+    while (at != nullptr) {
         const char *behind = at + std::strlen(name);
         if ((at == names || at[-1] == '|') && (*behind == '\0' || *behind == '|')) {
             return true;
         }
-        at = std::strchr(behind, '|');
+        const char *bar = std::strchr(behind, '|');
+        at = bar != nullptr ? std::strstr(bar, name) : nullptr;
     }
     return false;
 }

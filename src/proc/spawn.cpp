@@ -14,6 +14,7 @@
 #include "foundation/io.h"
 #include "proc/cmdline.h"
 #include "support/errno.h"
+#include "support/lines.h"
 #include "support/log.h"
 #include "support/owning.h"
 #include "support/text_buffer.h"
@@ -208,7 +209,7 @@ char **bin_environment() {
     copy[count] = nullptr;
     copy[count + 1] = nullptr;
     char **path = copy;
-    while (*path != nullptr && std::strncmp(*path, "PATH=", 5) != 0) {
+    while (*path != nullptr && !begins_with(*path, "PATH=")) {
         ++path;
     }
     *path = bin_path;

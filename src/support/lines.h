@@ -18,6 +18,10 @@ inline bool has_prefix(std::string_view text, std::string_view prefix) {
            std::memcmp(text.data(), prefix.data(), prefix.size()) == 0;
 }
 
+inline bool begins_with(const char *text, const char *prefix) {
+    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
+}
+
 // The lines of a text in memory, without their newlines; the last one needs none.
 //     for (Lines lines(text); lines.next();) { use(lines.line()); }
 class Lines {

@@ -58,7 +58,7 @@ inline int bind_to_device(int fd, const char *ifname) {
                              : fail(ENODEV);
 }
 
-// Puts a name into a kernel record. One of more than 15 characters names no interface: it must
+// Puts a name into a kernel record's field of IFNAMSIZ bytes. One of more than 15 characters names no interface: it must
 // never be taken for the one that has its first 15, so it is refused with ENODEV.
 [[nodiscard]] inline int set_device_name(char *field, const char *ifname) {
     size_t length = std::strlen(ifname);
