@@ -13,8 +13,8 @@ constexpr size_t kHeaderSize = 12;
 constexpr size_t kFlagsOffset = 2;
 constexpr size_t kQuestionsOffset = 4;
 constexpr size_t kAnswersOffset = 6;
-constexpr uint8_t kIdentifier = 0x01; // the first byte of every query's
-constexpr uint8_t kRecursionDesired = 0x01;
+constexpr uint8_t kIdentifier = 0x01; // the first byte of every query's identifier; the second is 0
+constexpr uint8_t kRecursionDesired = 0x01; // in the first byte of the flags
 
 constexpr uint8_t kTypeA = 1;
 constexpr uint8_t kClassIn = 1;
@@ -56,7 +56,7 @@ bool mark_labels(uint8_t *name, size_t length) {
 // is (RFC 1035, 4.1.4). Pointers may form loops: with their number and the text both limited, every
 // name comes to an end.
 bool skip_name(ByteReader &message) {
-    size_t behind = 0; // the first pointer, where the record goes on
+    size_t behind = 0; // where the record goes on: behind its first pointer
     size_t text = 1;   // its NUL
     unsigned pointers = 0;
     for (;;) {

@@ -80,6 +80,7 @@ int ask(const Exchange &exchange, Order order, Deadline deadline) {
             } else if (order == Order::kAllAtOnce) {
                 return -1;
             }
+            // kInTurn awaits its reply at once, kAllAtOnce all of them when the last server is asked.
             bool last = i + 1 == exchange.servers.size();
             for (; awaited != 0 && (last || order == Order::kInTurn); --awaited) {
                 int count = exchange.receive(deadline);

@@ -31,6 +31,23 @@ bool wait(int fd, short events, int limit, Deadline deadline) {
     return ready > 0;
 }
 
+// Of a request's bytes. A NUL counts, too.
+constexpr size_t kRequestRoom = 65535;
+using Request = TextBuffer<kRequestRoom>;
+
+int write_post(Request &request, const Post &post) {
+    if (has_line_end(post.host) || has_line_end(post.path)) {
+        return fail(EINVAL);
+    }
+    return request.format("POST %s HTTP/1.1\r\n"
+                          "Host: %s\r\n"
+                          "Content-type: application/x-www-form-urlencoded\r\n"
+                          "Content-length: %zu\r\n\r\n%s",
+                          post.path, post.host, std::strlen(post.body), post.body)
+               ? 0
+               : fail(ENOBUFS);
+}
+
 } // namespace
 
 int connect_to(const char *host, int port) {
@@ -74,27 +91,6 @@ ssize_t receive_once(int fd, char *buffer, size_t room, int limit) {
     }
     return retry_eintr([&] { return ::recv(fd, buffer, room, 0); });
 }
-
-namespace {
-
-// Of a request's bytes. A NUL counts, too.
-constexpr size_t kRequestRoom = 65535;
-using Request = TextBuffer<kRequestRoom>;
-
-int write_post(Request &request, const Post &post) {
-    if (has_line_end(post.host) || has_line_end(post.path)) {
-        return fail(EINVAL);
-    }
-    return request.format("POST %s HTTP/1.1\r\n"
-                          "Host: %s\r\n"
-                          "Content-type: application/x-www-form-urlencoded\r\n"
-                          "Content-length: %zu\r\n\r\n%s",
-                          post.path, post.host, std::strlen(post.body), post.body)
-               ? 0
-               : fail(ENOBUFS);
-}
-
-} // namespace
 
 ssize_t exchange(const Post &post) {
     Request request;

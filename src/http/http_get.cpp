@@ -90,15 +90,16 @@ int write_get(Request &request, const Server &server, const char *url, const cha
     if (rk::has_line_end(server.host) || rk::has_line_end(path) || rk::has_line_end(cookie)) {
         return rk::fail(EINVAL);
     }
-    bool starts_with_name = std::strchr("?#", *path) == nullptr; // which would find the NUL, too
+    bool needs_slash =
+        std::strchr("?#", *path) != nullptr; // or nothing at all: the NUL is found, too
     return request.format("GET %s%.*s HTTP/1.1\r\n"
                           "Host: %s\r\n"
                           "Accept: */*\r\n"
                           "Accept-Encoding: identity\r\n"
                           "Connection: close\r\n"
                           "%s%s%s\r\n",
-                          starts_with_name ? "" : "/", static_cast<int>(std::strcspn(path, "#")),
-                          path, server.host.data(), has_cookie ? "Cookie: " : "", cookie,
+                          needs_slash ? "/" : "", static_cast<int>(std::strcspn(path, "#")), path,
+                          server.host.data(), has_cookie ? "Cookie: " : "", cookie,
                           has_cookie ? "\r\n" : "")
                ? 0
                : rk::fail(ENOBUFS);

@@ -1,7 +1,6 @@
 #include <routerkit/regex.h>
 
 #include <cstdarg>
-#include <cstring>
 
 #include <regex.h>
 

@@ -51,7 +51,7 @@ struct EchoMessage {
     uint8_t code;
     uint8_t checksum[2];
     uint16_t tag[2]; // identifier and sequence number, in host order: both come back as they went
-    char payload[56];
+    unsigned char payload[56]; // as in Chars
 };
 static_assert(sizeof(EchoMessage) == 64);
 

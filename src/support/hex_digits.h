@@ -30,7 +30,10 @@ inline int hex_value(char character) {
     }
     int digit = code - '0';
     int letter = (code | 0x20) - 'a';
-    return digit >= 0 && digit <= 9 ? digit : letter >= 0 && letter <= 5 ? letter + 10 : -1;
+    if (digit >= 0 && digit <= 9) {
+        return digit;
+    }
+    return letter >= 0 && letter <= 5 ? letter + 10 : -1;
 }
 
 inline constexpr int kTextEnds = -256;

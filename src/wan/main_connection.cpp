@@ -3,6 +3,7 @@
 #include <routerkit/conversions.h>
 #include <routerkit/routes.h>
 
+#include "support/chars.h"
 #include "support/log.h"
 #include "wan/attributes.h"
 #include "wan/wan_file.h"
@@ -17,7 +18,7 @@ constexpr int kLongestChain = 8; // steps from a connection to its parents
 
 constexpr int kNone = 0;
 
-using AddressText = char[16]; // for a log line, without spending a slot of the host's ring
+using AddressText = rk::Chars<16>; // for a log line, without spending a slot of the host's ring
 
 bool is_up(int index) {
     int status = wan_getStatus(static_cast<unsigned>(index));
@@ -49,12 +50,24 @@ int choose_main_connection() {
     return kNone;
 }
 
+void remove_default_route(uint32_t old) {
+    if (old == 0) {
+        log_at(LOG_INFO, "default route: no active connection");
+        return;
+    }
+    AddressText address;
+    ipv4_itostr(address, old);
+    log_at(LOG_INFO, "default route: deleted (was %s)", address.data());
+    wan_delDefaultRoute(0);
+}
+
 void add_default_route(unsigned index, uint32_t gateway) {
     const char *ifname = wan_getConIface(index); // without one the kernel chooses
     wan_addDefaultRoute(gateway, ifname);
     AddressText address;
     ipv4_itostr(address, gateway);
-    log_at(LOG_INFO, "default route: %s dev %s", address, ifname != nullptr ? ifname : "any");
+    log_at(LOG_INFO, "default route: %s dev %s", address.data(),
+           ifname != nullptr ? ifname : "any");
 }
 
 } // namespace
@@ -70,26 +83,28 @@ int wan_hasWiredInetIP() {
 
 int wan_updateActiveRoute(unsigned index) {
     const uint32_t old_gateway = get_default_route(nullptr);
-    const uint32_t gateway = index != 0 ? wan_getGateway(index) : 0;
+    if (index == 0) {
+        remove_default_route(old_gateway);
+        return 0;
+    }
+    const uint32_t gateway = wan_getGateway(index);
     if (old_gateway != 0) {
         AddressText address;
         ipv4_itostr(address, old_gateway);
         if (old_gateway == gateway) {
-            log_at(LOG_INFO, "default route hasn't changed (%s)", address);
+            log_at(LOG_INFO, "default route hasn't changed (%s)", address.data());
             return 0;
         }
         if (gateway == 0) {
-            log_at(LOG_INFO, "default route: deleted (was %s)", address);
+            log_at(LOG_INFO, "default route: deleted (was %s)", address.data());
         }
-        wan_delDefaultRoute(index != 0 ? old_gateway : 0);
+        wan_delDefaultRoute(old_gateway);
     }
-    if (gateway != 0) {
-        add_default_route(index, gateway);
-    } else if (index != 0) {
+    if (gateway == 0) {
         log_at(LOG_INFO, "default route: nothing");
-    } else if (old_gateway == 0) {
-        log_at(LOG_INFO, "default route: no active connection");
+        return 0;
     }
+    add_default_route(index, gateway);
     return 0;
 }
 
