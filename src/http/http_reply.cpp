@@ -10,6 +10,7 @@
 
 #include "support/errno.h"
 #include "support/hex_digits.h"
+#include "support/lines.h"
 
 namespace rk {
 namespace {
@@ -47,13 +48,15 @@ int32_t leading_number(const char *pos, const char *end) {
 
 // Of a line that has its CR LF, or a NUL, at its end.
 int status_of(const char *line, const char *end) {
-    constexpr char kVersion[] = "HTTP/1.";
-    constexpr size_t kLength = sizeof kVersion - 1;
-    if (std::strncmp(line, kVersion, kLength) != 0 ||
-        (line[kLength] != '0' && line[kLength] != '1')) {
+    constexpr std::string_view kVersion = "HTTP/1.";
+    if (!has_prefix({line, static_cast<size_t>(end - line)}, kVersion)) {
         return -1;
     }
-    int code = leading_number(line + kLength + 1, end);
+    line += kVersion.size();
+    if (*line != '0' && *line != '1') {
+        return -1;
+    }
+    int code = leading_number(line + 1, end);
     return code >= 100 && code <= 999 ? code : -1;
 }
 
